@@ -1,0 +1,28 @@
+# SPDX-License-Identifier: Apache-2.0
+# What every target of the project shares: output folders, warnings, language levels.
+
+option(BBP_WITH_TESTS "Build the simulator, the tools and the tests beside the updater" ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+# No absolute path in a program: builds in different folders are the same to the byte.
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+set(BBP_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# bbp_core_target(<target>): a target of the core, C++11 without compiler extensions.
+function(bbp_core_target target)
+    set_target_properties(${target} PROPERTIES CXX_STANDARD 11)
+    target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors)
+    target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src")
+endfunction()
+
+# bbp_target(<target>): a target of the simulator, the tools or the tests, C++17.
+function(bbp_target target)
+    set_target_properties(${target} PROPERTIES CXX_STANDARD 17)
+    target_compile_options(${target} PRIVATE ${BBP_WARNINGS})
+    target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}")
+endfunction()

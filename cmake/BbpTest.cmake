@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: Apache-2.0
+# How tests are declared. A test's name is <preset>/<folder>/<name>, so that the suites of several
+# presets can be counted in one ctest summary.
+
+set(BBP_PRESET "local" CACHE STRING "The preset's name, the first part of every test's name")
+set(BBP_TEST_TIMEOUT 300 CACHE STRING "Seconds after which a test counts as hung")
+
+if(BBP_WITH_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+
+# bbp_add_gtest(<folder> <name> SOURCES ... [LIBS ...] [WRAP function ...])
+# A GoogleTest program <folder>_<name>, run as one ctest test. Each function named after WRAP is
+# replaced by the test's own __wrap_<function> when the program is linked.
+function(bbp_add_gtest folder name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;WRAP" ${ARGN})
+    set(target "${folder}_${name}")
+    add_executable(${target} ${ARG_SOURCES})
+    bbp_target(${target})
+    target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest_main)
+    foreach(function IN LISTS ARG_WRAP)
+        target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")
+    endforeach()
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/bin")
+    bbp_add_test(${folder} ${name} COMMAND ${target})
+endfunction()
+
+# bbp_add_test(<folder> <name> COMMAND ...): any other check, as one ctest test.
+function(bbp_add_test folder name)
+    cmake_parse_arguments(ARG "" "" "COMMAND" ${ARGN})
+    set(test "${BBP_PRESET}/${folder}/${name}")
+    add_test(NAME ${test} COMMAND ${ARG_COMMAND})
+    set_tests_properties(${test} PROPERTIES TIMEOUT ${BBP_TEST_TIMEOUT} LABELS ${folder})
+endfunction()
