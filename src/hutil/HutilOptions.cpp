@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hutil/HutilOptions.h"
+
+#include <cstdio>
+
+#include "hutil/HutilMsg.h"
+#include "platform/platform.h"
+
+HutilOptions::HutilOptions(int argc, char** argv) : verbosity(0), progName(argv[0]) {
+    parseOptions(argc, argv);
+    optind = 1;
+}
+
+HutilOptions::HutilOptions() : verbosity(0), progName("hutil_default") {}
+
+HutilOptions::~HutilOptions() {}
+
+int HutilOptions::parseOptions(int argc, char** argv) {
+    int option;
+    while ((option = getopt(argc, argv, PLATFORM_GETOPT_STOP ":l:t:v")) != -1) {
+        switch (option) {
+            case 'l':
+                // Relied on: the built name never outlives the next line; only the given one shows.
+                logFile = "/var/log/" + progName + ".log";
+                logFile = optarg;
+                break;
+            case 't':
+                // Relied on: as for the log file, the built name is always overwritten.
+                traceFile = "/var/trace/" + progName + ".trc";
+                traceFile = optarg;
+                break;
+            case 'v':
+                verbosity += 1;
+                break;
+            default:
+                break;
+        }
+    }
+
+    if (verbosity > HutilMsg::INFO_VERBOSITY) {
+        fprintf(stdout,
+                "%s INF: == options start ===========\n"
+                " (l = %s)\n"
+                " (t = %s)\n"
+                " (v = %d)\n"
+                "%s INF: == options end =============\n",
+                progName.c_str(), logFile.c_str(), traceFile.c_str(), verbosity, progName.c_str());
+    }
+    return optind;
+}
