@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+// The flags of the command line, for the one lower floor that asks for them.
+#ifndef BBPFLASH_DRIVER_DRIVER_FLAGS_H
+#define BBPFLASH_DRIVER_DRIVER_FLAGS_H
+
+enum {
+    OPTION_FORCE = 0,      // -f: program once even when the versions match
+    OPTION_INFO_ONLY = 1,  // -i: show the installed version and stop
+    OPTION_STATUS = 2,     // -s: quiet but for the percentages
+    OPTION_COUNT = 3
+};
+
+extern bool g_options[OPTION_COUNT];
+
+#endif
