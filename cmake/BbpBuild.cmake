@@ -2,6 +2,8 @@
 # What every target of the project shares: output folders, warnings, language levels.
 
 option(BBP_WITH_TESTS "Build the simulator, the tools and the tests beside the updater" ON)
+option(BBP_WITH_HOST "Build what needs libraries of the machine that builds: the simulated head \
+unit's host, the tools and their tests" ON)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_CXX_EXTENSIONS OFF)

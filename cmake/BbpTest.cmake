@@ -5,7 +5,10 @@
 set(BBP_PRESET "local" CACHE STRING "The preset's name, the first part of every test's name")
 set(BBP_TEST_TIMEOUT 300 CACHE STRING "Seconds after which a test counts as hung")
 
-if(BBP_WITH_TESTS)
+if(BBP_WITH_TESTS AND CMAKE_CROSSCOMPILING)
+    # Debian has GoogleTest's library for the machine that builds only, and its sources for all.
+    add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+elseif(BBP_WITH_TESTS)
     find_package(GTest REQUIRED)
 endif()
 
