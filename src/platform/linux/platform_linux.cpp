@@ -21,7 +21,8 @@ const size_t LENGTH_OFFSET = 8;
 const unsigned int LONGEST_MESSAGE = 0xFFFF;  // what i2c_msg can say
 
 unsigned int GetWord(const unsigned char* at) {
-    return at[0] | at[1] << 8 | at[2] << 16 | static_cast<unsigned int>(at[3]) << 24;
+    return static_cast<unsigned int>(at[0] | at[1] << 8 | at[2] << 16) |
+           static_cast<unsigned int>(at[3]) << 24;
 }
 
 int ResultOf(int result) {
