@@ -4,6 +4,7 @@
 option(BBP_WITH_TESTS "Build the simulator, the tools and the tests beside the updater" ON)
 option(BBP_WITH_HOST "Build what needs libraries of the machine that builds: the simulated head \
 unit's host, the tools and their tests" ON)
+option(BBP_COVERAGE "Measure what the tests reach of the core (clang 19)" OFF)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -20,6 +21,11 @@ function(bbp_core_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 11)
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors)
     target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src")
+    if(BBP_COVERAGE)
+        target_compile_options(
+            ${target} PRIVATE -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
+        target_link_options(${target} PUBLIC -fprofile-instr-generate)
+    endif()
 endfunction()
 
 # bbp_target(<target>): a target of the simulator, the tools or the tests, C++17.

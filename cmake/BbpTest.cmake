@@ -34,4 +34,12 @@ function(bbp_add_test folder name)
     set(test "${BBP_PRESET}/${folder}/${name}")
     add_test(NAME ${test} COMMAND ${ARG_COMMAND})
     set_tests_properties(${test} PROPERTIES TIMEOUT ${BBP_TEST_TIMEOUT} LABELS ${folder})
+    if(BBP_COVERAGE)
+        # Each process leaves its counts; the check of the thresholds comes after all suites.
+        set(profile "${CMAKE_BINARY_DIR}/raw/${folder}_${name}-%p.profraw")
+        set_tests_properties(${test} PROPERTIES
+            ENVIRONMENT "LLVM_PROFILE_FILE=${profile}"
+            FIXTURES_REQUIRED coverage_started
+            FIXTURES_SETUP coverage_measured)
+    endif()
 endfunction()
