@@ -47,7 +47,9 @@ int Transfer(int fd, unsigned short flags, void* data, size_t nbytes) {
     i2c_rdwr_ioctl_data transfer;
     transfer.msgs = &message;
     transfer.nmsgs = 1;
-    return ResultOf(ioctl(fd, I2C_RDWR, &transfer));
+    const int transferred = ioctl(fd, I2C_RDWR, &transfer);
+    // An adapter that moved no message has not failed by its own account; the chip got nothing.
+    return transferred == 0 ? EIO : ResultOf(transferred);
 }
 
 // The kernel may round a sleep up by its timer slack, 50 microseconds unless told otherwise: as
