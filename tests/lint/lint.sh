@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# lint.sh CHECK [FOLDER]: one check of the sources in FOLDER, by default this checkout. Prints what
+# it finds wrong; the status says whether that was nothing.
+set -euo pipefail
+
+check=$1
+root=$(readlink -f "${2-$(dirname "${BASH_SOURCE[0]}")/../..}")
+cd "$root"
+findings=0
+
+# complain TEXT...: something is wrong.
+complain() {
+    printf '%s\n' "$*"
+    findings=$((findings + 1))
+}
+
+# files FOLDER PATTERN...: the files below FOLDER whose name matches, but for what was built.
+files() {
+    local folder=$1 pattern names=()
+    shift
+    for pattern in "$@"; do
+        names+=(-o -name "$pattern")
+    done
+    find "$folder" \( -path ./build -o -path ./.git \) -prune -o -type f \
+        \( "${names[@]:1}" \) -print | sort
+}
+
+scripts() {
+    files . '*' | while read -r file; do
+        if [[ "$(head -c 64 "$file" | tr -d '\0' | head -n 1)" =~ ^#!.*sh$ ]]; then
+            printf '%s\n' "$file"
+        fi
+    done
+}
+
+# The layout of the code is what .clang-format makes of it.
+check_format() {
+    local sources
+    mapfile -t sources < <(files . '*.h' '*.cpp' '*.c')
+    clang-format --dry-run --Werror "${sources[@]}" || complain "clang-format -i would change these"
+}
+
+# Every file names its licence, but for those with no place for a comment.
+check_licence() {
+    local file
+    while read -r file; do
+        head -n 5 "$file" | grep -q 'SPDX-License-Identifier: Apache-2.0' ||
+            complain "$file: no SPDX-License-Identifier"
+    done < <(files . '*' | grep -vE '^\./LICENSES/|\.(json|use|png|pcap|vcd|bin)$|/corpus/|/data/')
+}
+
+# A header includes what it needs itself, with either compiler.
+check_headers() {
+    local header compiler
+    while read -r header; do
+        for compiler in g++ clang++; do
+            echo "#include \"${header#src/}\"" | "$compiler" -std=c++11 -pedantic-errors -Wall \
+                -Wextra -Werror -I src -fsyntax-only -x c++ - || complain "$header: $compiler"
+        done
+    done < <(files src '*.h')
+}
+
+# A source of the core needs nothing but src and the language.
+check_sources() {
+    local source
+    while read -r source; do
+        g++ -std=c++11 -pedantic-errors -I src -fsyntax-only "$source" || complain "$source"
+    done < <(files src '*.cpp')
+}
+
+# One program for all systems: outside src/platform no conditional but a header's guard, which is
+# named after its path.
+check_conditionals() {
+    local file found guard
+    while read -r file; do
+        found=$(grep -oE '^\s*#\s*(if|ifdef|ifndef|elif|else|endif)\b.*' "$file" || true)
+        guard=
+        if [[ "$file" == *.h ]]; then
+            guard=$(tr 'a-z/.' 'A-Z__' <<<"BBPFLASH_${file#src/}")
+            guard=$(printf '#ifndef %s\n#endif' "$guard")
+        fi
+        [[ "$found" == "$guard" ]] || complain "$file: ${found:-no include guard}"
+    done < <(files src '*.h' '*.cpp' | grep -v '^src/platform/')
+}
+
+# A line that says what is relied on says it.
+check_relied_on() {
+    local line
+    while read -r line; do
+        [[ "$line" =~ \/\/\ Relied\ on:\ [A-Za-z0-9].+ ]] || complain "$line"
+    done < <(files src '*.h' '*.cpp' | xargs grep -niE 'relied[ -]on' /dev/null)
+}
+
+# The program tells nothing of the machine that built it.
+check_paths() {
+    local program=build/release/bin/bbpflash
+    [[ -x "$program" ]] || complain "$program: not built"
+    if strings -a "$program" | grep -F "$root"; then
+        complain "$program: names the folder that it was built in"
+    fi
+}
+
+# What clang-tidy finds in one folder's sources, compiled as the release preset does.
+check_tidy() {
+    local sources
+    mapfile -t sources < <(files "$1" '*.cpp')
+    clang-tidy --quiet -p build/release "${sources[@]}" || complain "clang-tidy: $1"
+}
+
+check_scripts() {
+    local found
+    mapfile -t found < <(scripts)
+    shellcheck "${found[@]}" || complain "shellcheck"
+}
+
+case "$check" in
+    tidy-*) check_tidy "${check#tidy-}" ;;
+    *) "check_${check}" ;;
+esac
+((findings == 0))
