@@ -2,6 +2,7 @@
 #ifndef BBPFLASH_TESTS_SUPPORT_FAKEPLATFORM_H
 #define BBPFLASH_TESTS_SUPPORT_FAKEPLATFORM_H
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -140,6 +141,11 @@ Output Capture(const std::function<void()>& code);
 
 // `text` without the source position " @File.cpp:123" at the end of each line.
 std::string WithoutPositions(const std::string& text);
+
+// For EXPECT_EXIT, which sees standard error alone: the child's standard output joins it, and what
+// both got must be `text` when source positions are left out.
+void JoinOutputs();
+testing::Matcher<const std::string&> Prints(const std::string& text);
 
 // A fresh platform and fresh message objects for each test. The program's name is "bbpflash", the
 // verbosity 0.
