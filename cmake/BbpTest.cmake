@@ -26,14 +26,21 @@ function(bbp_add_gtest folder name)
     endforeach()
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/bin")
     bbp_add_test(${folder} ${name} COMMAND ${target})
+    # A suite that runs nothing, or not everything, has failed.
+    set_tests_properties(${BBP_PRESET}/${folder}/${name} PROPERTIES
+        FAIL_REGULAR_EXPRESSION "Running 0 tests;SKIPPED;DISABLED TEST")
 endfunction()
 
-# bbp_add_test(<folder> <name> COMMAND ...): any other check, as one ctest test.
+# bbp_add_test(<folder> <name> COMMAND ... [FULL]): any other check, as one ctest test. FULL: it takes
+# so long that it runs only with `./dev test --full`.
 function(bbp_add_test folder name)
-    cmake_parse_arguments(ARG "" "" "COMMAND" ${ARGN})
+    cmake_parse_arguments(ARG "FULL" "" "COMMAND" ${ARGN})
     set(test "${BBP_PRESET}/${folder}/${name}")
     add_test(NAME ${test} COMMAND ${ARG_COMMAND})
     set_tests_properties(${test} PROPERTIES TIMEOUT ${BBP_TEST_TIMEOUT} LABELS ${folder})
+    if(ARG_FULL)
+        set_property(TEST ${test} APPEND PROPERTY LABELS full)
+    endif()
     if(BBP_COVERAGE)
         # Each process leaves its counts; the check of the thresholds comes after all suites.
         set(profile "${CMAKE_BINARY_DIR}/raw/${folder}_${name}-%p.profraw")
