@@ -4,6 +4,8 @@
 option(BBP_WITH_TESTS "Build the simulator, the tools and the tests beside the updater" ON)
 option(BBP_WITH_HOST "Build what needs libraries of the machine that builds: the simulated head \
 unit's host, the tools and their tests" ON)
+option(BBP_WERROR "Warnings are errors" ON)
+option(BBP_STATIC_LIBSTDCXX "Link libstdc++ into the updater, for a root file system without it" OFF)
 option(BBP_COVERAGE "Measure what the tests reach of the core (clang 19)" OFF)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
@@ -12,9 +14,16 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 # No absolute path in a program: builds in different folders are the same to the byte.
-add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag("-ffile-prefix-map=from=to" BBP_HAS_FILE_PREFIX_MAP)
+if(BBP_HAS_FILE_PREFIX_MAP)
+    add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+endif()
 
-set(BBP_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+set(BBP_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(BBP_WERROR)
+    list(APPEND BBP_WARNINGS -Werror)
+endif()
 
 # bbp_core_target(<target>): a target of the core, C++11 without compiler extensions.
 function(bbp_core_target target)

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# install.sh BUILD_FOLDER: what is installed is complete, and the program keeps its usage record.
+set -euo pipefail
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$1" --prefix "$work" --strip >"$work/log"
+
+for file in bin/bbpflash share/man/man1/bbpflash.1 lib/udev/rules.d/60-bbpflash.rules; do
+    [[ -s "$work/$file" ]] || { echo "not installed: $file" && exit 1; }
+done
+readelf -p QNX_usage "$work/bin/bbpflash" | grep -q NAME=bbpflash
