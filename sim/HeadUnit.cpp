@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/HeadUnit.h"
 
-#include <openssl/sha.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -16,21 +14,6 @@ constexpr int NO_ANSWER = ENXIO;  // nobody acknowledged the address
 constexpr std::uint8_t IDLE_BUS = 0xFF;
 
 }  // namespace
-
-std::string Report::Sha256() const {
-    if (flash->empty()) {
-        return std::string();
-    }
-    std::uint8_t digest[SHA256_DIGEST_LENGTH];
-    SHA256(flash->data(), flash->size(), digest);
-    const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const std::uint8_t byte : digest) {
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
-    }
-    return text;
-}
 
 HeadUnit::HeadUnit(ChipConfig config, std::vector<Fault> faults)
     : chip_(std::move(config)), faults_(std::move(faults)) {

@@ -60,9 +60,6 @@ struct Report {
     std::size_t image_size = 0;                        // bytes of the last complete download
     std::string version;                               // what the chip reports
     const std::vector<std::uint8_t>* flash = nullptr;  // the head unit's
-
-    // Of the flash, in lower-case hexadecimal; empty for an empty flash. Computed when asked.
-    std::string Sha256() const;
 };
 
 class HeadUnit {

@@ -1,2 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-bbp_add_gtest(unit sim_chip SOURCES sim_ChipModelTest.cpp LIBS bbp_sim)
+foreach(name IN ITEMS ChipModel Fault HeadUnit SampleImage)
+    bbp_add_gtest(unit sim_${name} SOURCES sim_${name}Test.cpp LIBS bbp_sim)
+endforeach()
+if(BBP_WITH_HOST)
+    bbp_add_gtest(unit sim_Digest SOURCES sim_DigestTest.cpp LIBS bbp_sim_digest)
+endif()
