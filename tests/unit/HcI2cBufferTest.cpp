@@ -7,6 +7,7 @@
 
 #include "i2c/HcI2cBuffer.h"
 #include "tests/support/FakePlatform.h"
+#include "tests/support/Layout.h"
 
 namespace {
 
@@ -112,16 +113,16 @@ TEST_F(HcI2cBufferObject, HeaderCarriesTheSevenBitAddressAndItsFormat) {
 TEST_F(HcI2cBufferObject, HoldsItsFieldsInThisOrderAndNothingElse) {
     const HcI2cBuffer chunk(&bus, 0x2E, 't');
 
-    static_assert(std::is_same<decltype(chunk.data), unsigned char*>::value, "");
-    static_assert(std::is_same<decltype(chunk.rxLength), int>::value, "");
-    static_assert(std::is_same<decltype(chunk.address), unsigned char>::value, "");
-    static_assert(std::is_same<decltype(chunk.buffer), unsigned char*>::value, "");
-    static_assert(std::is_same<decltype(chunk.bus), I2cBus*>::value, "");
-    static_assert(std::has_virtual_destructor<HcI2cBuffer>::value, "");
-    EXPECT_LT(static_cast<const void*>(&chunk.data), static_cast<const void*>(&chunk.rxLength));
-    EXPECT_LT(static_cast<const void*>(&chunk.rxLength), static_cast<const void*>(&chunk.address));
-    EXPECT_LT(static_cast<const void*>(&chunk.address), static_cast<const void*>(&chunk.buffer));
-    EXPECT_LT(static_cast<const void*>(&chunk.buffer), static_cast<const void*>(&chunk.bus));
+    static_assert(std::is_same<decltype(chunk.data), unsigned char*>::value);
+    static_assert(std::is_same<decltype(chunk.rxLength), int>::value);
+    static_assert(std::is_same<decltype(chunk.address), unsigned char>::value);
+    static_assert(std::is_same<decltype(chunk.buffer), unsigned char*>::value);
+    static_assert(std::is_same<decltype(chunk.bus), I2cBus*>::value);
+    static_assert(std::has_virtual_destructor<HcI2cBuffer>::value);
+    EXPECT_LT(OffsetIn(chunk, chunk.data), OffsetIn(chunk, chunk.rxLength));
+    EXPECT_LT(OffsetIn(chunk, chunk.rxLength), OffsetIn(chunk, chunk.address));
+    EXPECT_LT(OffsetIn(chunk, chunk.address), OffsetIn(chunk, chunk.buffer));
+    EXPECT_LT(OffsetIn(chunk, chunk.buffer), OffsetIn(chunk, chunk.bus));
     EXPECT_EQ(sizeof chunk, 4 * sizeof(void*) + 8);
 }
 

@@ -8,6 +8,7 @@
 
 #include "i2c/I2cBus.h"
 #include "tests/support/FakePlatform.h"
+#include "tests/support/Layout.h"
 
 namespace {
 
@@ -56,12 +57,12 @@ TEST_F(I2cBusObject, StartsUnopenedAtStandardSpeed) {
 TEST_F(I2cBusObject, HoldsNameDescriptorAndSpeedInThisOrderAndNothingElse) {
     const I2cBus bus(0x2E);
 
-    static_assert(std::is_same<decltype(bus.devName), std::string>::value, "");
-    static_assert(std::is_same<decltype(bus.fd), int>::value, "");
-    static_assert(std::is_same<decltype(bus.speed), int>::value, "");
-    static_assert(std::has_virtual_destructor<I2cBus>::value, "");
-    EXPECT_LT(static_cast<const void*>(&bus.devName), static_cast<const void*>(&bus.fd));
-    EXPECT_LT(static_cast<const void*>(&bus.fd), static_cast<const void*>(&bus.speed));
+    static_assert(std::is_same<decltype(bus.devName), std::string>::value);
+    static_assert(std::is_same<decltype(bus.fd), int>::value);
+    static_assert(std::is_same<decltype(bus.speed), int>::value);
+    static_assert(std::has_virtual_destructor<I2cBus>::value);
+    EXPECT_LT(OffsetIn(bus, bus.devName), OffsetIn(bus, bus.fd));
+    EXPECT_LT(OffsetIn(bus, bus.fd), OffsetIn(bus, bus.speed));
     EXPECT_EQ(sizeof bus, sizeof(void*) + sizeof(std::string) + 2 * sizeof(int));
 }
 
