@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/tools/TemporaryFolder.h"
+#include "tools/image/ImageInspector.h"
+#include "tools/image/ImageWriter.h"
+#include "tools/image/LabelField.h"
+
+namespace {
+
+using tools::Grade;
+using tools::ImageReport;
+using tools::InspectImage;
+
+class ImageInspector : public testing::Test {
+  protected:
+    // An image whose label field is `field` and whose size is `size`.
+    ImageReport InspectField(const std::string& field, std::size_t size = tools::LABEL_END) {
+        std::string image(size, '\xA5');
+        image.replace(sim::LABEL_OFFSET, field.size(), field);
+        return InspectImage(folder.Write("image.bin", image));
+    }
+
+    // A labelled image of `size` bytes, a file of holes behind the label.
+    ImageReport InspectSize(std::size_t size) {
+        tools::WriteSample("1.2.3", tools::LABEL_END, folder.Path("image.bin"));
+        std::filesystem::resize_file(folder.Path("image.bin"), size);
+        return InspectImage(folder.Path("image.bin"));
+    }
+
+    TemporaryFolder folder;
+};
+
+std::string Blanks(std::size_t count) {
+    return std::string(count, ' ');
+}
+
+// The codes of the findings, one after the other.
+std::string Codes(const ImageReport& report) {
+    std::string codes;
+    for (const tools::Finding& finding : report.findings) {
+        codes += (codes.empty() ? "" : " ") + finding.code;
+    }
+    return codes;
+}
+
+TEST_F(ImageInspector, FindsNothingWrongWithASampleImage) {
+    tools::WriteSample("HD 1.2.3", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
+    const ImageReport report = InspectImage(folder.Path("image.bin"));
+    EXPECT_EQ("", Codes(report));
+    EXPECT_EQ(Grade::CLEAN, report.GetGrade());
+    EXPECT_EQ(1048576u, report.size);
+    EXPECT_EQ(516, report.segments);
+    EXPECT_EQ("HD 1.2.3", report.label);
+    EXPECT_EQ("HD 1.2.3__" + Blanks(27), report.field);
+}
+
+TEST_F(ImageInspector, CountsTheBusTimeOfEverySegmentAndItsReply) {
+    // 516 segments carry 1048576 bytes, a function byte and 516 times 13 of their own; 9 bits a
+    // byte, 11 a transfer; every reply is read as 65 bytes.
+    const double bits = 9.0 * (1048576 + 1 + 516 * 13) + 516 * (11 + 9 * 65 + 11);
+    tools::WriteSample("1", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
+    EXPECT_NEAR(bits / 400000, InspectImage(folder.Path("image.bin")).wire_seconds, 1e-3);
+}
+
+TEST_F(ImageInspector, TellsTheDigest) {
+    const ImageReport report = InspectImage(folder.Write("image.bin", "abc"));
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad", report.sha256);
+}
+
+TEST_F(ImageInspector, FindsAnImageThatEndsBeforeTheLabel) {
+    const ImageReport report = InspectSize(sim::LABEL_OFFSET);
+    EXPECT_EQ("too-short", Codes(report));
+    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_NE(std::string::npos, report.findings[0].text.find("reading bin file label"));
+    EXPECT_FALSE(report.label.has_value());
+}
+
+TEST_F(ImageInspector, FindsAnImageThatEndsInsideTheLabel) {
+    const ImageReport report = InspectSize(sim::LABEL_OFFSET + 7);
+    EXPECT_EQ("cut-label control-characters", Codes(report));
+    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ("1.2.3__" + std::string(28, '\0'), report.label);
+}
+
+TEST_F(ImageInspector, FindsABlankLabel) {
+    const ImageReport report = InspectField(Blanks(37));
+    EXPECT_EQ("blank-label", Codes(report));
+    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+}
+
+TEST_F(ImageInspector, FindsALabelOfOneCharacter) {
+    const ImageReport report = InspectField(Blanks(3) + "X" + Blanks(33));
+    EXPECT_EQ("one-character-label", Codes(report));
+    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ("X" + Blanks(33), report.label);
+}
+
+TEST_F(ImageInspector, FindsALabelOfTwoCharacters) {
+    const ImageReport report = InspectField("XY" + Blanks(35));
+    EXPECT_EQ("two-character-label", Codes(report));
+    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ("", report.label);
+}
+
+TEST_F(ImageInspector, AcceptsALabelOfThreeCharacters) {
+    EXPECT_EQ("", Codes(InspectField("XYZ" + Blanks(34))));
+}
+
+TEST_F(ImageInspector, FindsControlCharacters) {
+    EXPECT_EQ("control-characters", Codes(InspectField("1.2.3" + std::string(32, '\0'))));
+    EXPECT_EQ("control-characters", Codes(InspectField("1\n2.3__" + Blanks(30))));
+    EXPECT_EQ("control-characters", Codes(InspectField("1\x7F" + ("2.3__" + Blanks(30)))));
+}
+
+TEST_F(ImageInspector, IgnoresControlCharactersThatTheUpdaterDrops) {
+    EXPECT_EQ("", Codes(InspectField("1.2.3" + std::string(2, '\0') + Blanks(30))));
+}
+
+TEST_F(ImageInspector, FindsALastSegmentThatIsExactlyFull) {
+    const std::size_t size = 2034 + 2035 * 500;
+    EXPECT_EQ("", Codes(InspectSize(size - 1)));
+    const ImageReport report = InspectSize(size);
+    EXPECT_EQ("full-last-segment", Codes(report));
+    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_EQ("", Codes(InspectSize(size + 1)));
+}
+
+TEST_F(ImageInspector, FindsAPercentageBeyondItsExactRange) {
+    EXPECT_EQ("", Codes(InspectSize(26843545)));
+    const ImageReport report = InspectSize(26843546);
+    EXPECT_EQ("percentage", Codes(report));
+    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+}
+
+TEST_F(ImageInspector, FindsMoreSegmentsThanCanBeNumbered) {
+    const ImageReport largest = InspectSize(133363723);
+    EXPECT_EQ("percentage", Codes(largest));
+    EXPECT_EQ(65535, largest.segments);
+    const ImageReport report = InspectSize(133363724);
+    EXPECT_EQ("too-many-segments percentage", Codes(report));
+    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_FALSE(report.segments.has_value());
+}
+
+TEST_F(ImageInspector, FindsAFileThatCannotBeRead) {
+    for (const std::string& path : {folder.Path("missing.bin"), folder.Path("")}) {
+        const ImageReport report = InspectImage(path);
+        EXPECT_EQ("unreadable", Codes(report));
+        EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    }
+}
+
+TEST_F(ImageInspector, ShowsBlanksAndControlCharactersInItsText) {
+    const std::string text = tools::ToText(InspectField("1\t\x01\\\xE9\n__" + Blanks(29)));
+    EXPECT_NE(std::string::npos, text.find(R"("1\t\x01\\\xe9\n" [6])")) << text;
+    EXPECT_NE(std::string::npos, text.find("__\xE2\x90\xA3\xE2\x90\xA3")) << text;
+}
+
+TEST_F(ImageInspector, WritesJsonWithTheExactBytesBeside) {
+    const nlohmann::json json = tools::ToJson(InspectField("1\xE9\"__" + Blanks(32)));
+    EXPECT_EQ(json, nlohmann::json::parse(json.dump()));
+    EXPECT_EQ("1\\xe9\"", json["label"]);
+    EXPECT_EQ("31e922", json["label_hex"]);
+    EXPECT_EQ("clean", json["grade"]);
+    EXPECT_EQ(455, json["segments"]);
+}
+
+TEST_F(ImageInspector, WritesJsonForAFileThatCannotBeRead) {
+    const nlohmann::json json = tools::ToJson(InspectImage(folder.Path("missing.bin")));
+    EXPECT_EQ("unusable", json["grade"]);
+    EXPECT_EQ("unreadable", json["findings"][0]["code"]);
+    EXPECT_TRUE(json["label"].is_null());
+}
+
+}  // namespace

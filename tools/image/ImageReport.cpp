@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/image/ImageReport.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <sstream>
+
+#include "sim/SampleImage.h"
+#include "tools/image/VisibleText.h"
+
+namespace tools {
+
+namespace {
+
+std::string Quote(const std::string& bytes) {
+    return '"' + EscapeAndShowBlanks(bytes) + '"';
+}
+
+std::string Line(const std::string& name, const std::string& value) {
+    std::ostringstream line;
+    line << "  " << std::left << std::setw(10) << name << value << "\n";
+    return line.str();
+}
+
+std::string DescribeField(const std::string& field) {
+    if (field.size() == sim::LABEL_SIZE) {
+        return Quote(field);
+    }
+    return Quote(field) + " (" + std::to_string(field.size()) + " of " +
+           std::to_string(sim::LABEL_SIZE) + " bytes)";
+}
+
+std::string DescribeLabel(const std::optional<std::string>& label) {
+    return label ? Quote(*label) + " [" + std::to_string(label->size()) + "]"
+                 : "none that the updater can read";
+}
+
+}  // namespace
+
+Grade ImageReport::GetGrade() const {
+    Grade worst = Grade::CLEAN;
+    for (const Finding& finding : findings) {
+        worst = std::max(worst, finding.grade);
+    }
+    return worst;
+}
+
+const char* NameOf(Grade grade) {
+    switch (grade) {
+        case Grade::CLEAN:
+            return "clean";
+        case Grade::WARNINGS:
+            return "warning";
+        case Grade::UNUSABLE:
+            break;
+    }
+    return "unusable";
+}
+
+std::string ToText(const ImageReport& report) {
+    std::string text = Escape(report.path) + ":\n";
+    if (!report.sha256.empty()) {
+        std::ostringstream wire_time;
+        wire_time << std::fixed << std::setprecision(1) << report.wire_seconds;
+        text += Line("size", std::to_string(report.size) + " bytes");
+        if (report.segments) {
+            text += Line("segments", std::to_string(*report.segments));
+        }
+        text += Line("wire time", wire_time.str() + " s at 400 kHz");
+        text += Line("sha256", report.sha256);
+        text += Line("field", DescribeField(report.field));
+        text += Line("label", DescribeLabel(report.label));
+    }
+    for (const Finding& finding : report.findings) {
+        text += Line(NameOf(finding.grade), Escape(finding.text) + " (" + finding.code + ")");
+    }
+    if (report.findings.empty()) {
+        text += Line(NameOf(Grade::CLEAN), "no problem found");
+    }
+    return text;
+}
+
+nlohmann::json ToJson(const ImageReport& report) {
+    nlohmann::json findings = nlohmann::json::array();
+    for (const Finding& finding : report.findings) {
+        findings.push_back({{"grade", NameOf(finding.grade)},
+                            {"code", finding.code},
+                            {"text", Escape(finding.text)}});
+    }
+    nlohmann::json json = {{"path", Escape(report.path)},
+                           {"size", report.size},
+                           {"segments", nullptr},
+                           {"wire_seconds", report.wire_seconds},
+                           {"sha256", report.sha256},
+                           {"field", Escape(report.field)},
+                           {"field_hex", Hex(report.field)},
+                           {"label", nullptr},
+                           {"label_hex", nullptr},
+                           {"grade", NameOf(report.GetGrade())},
+                           {"findings", findings}};
+    if (report.segments) {
+        json["segments"] = *report.segments;
+    }
+    if (report.label) {
+        json["label"] = Escape(*report.label);
+        json["label_hex"] = Hex(*report.label);
+    }
+    return json;
+}
+
+}  // namespace tools

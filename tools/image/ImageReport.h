@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// What there is to say about an image, and how it is said to a person and to a program.
+#ifndef BBPFLASH_TOOLS_IMAGE_IMAGEREPORT_H
+#define BBPFLASH_TOOLS_IMAGE_IMAGEREPORT_H
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+// In rising order; the values are bbpimage's exit statuses.
+enum class Grade { CLEAN = 0, WARNINGS = 1, UNUSABLE = 2 };
+
+// One problem of an image. UNUSABLE: no run of the updater with it can succeed.
+struct Finding {
+    Grade grade;
+    std::string code;  // stable, for programs
+    std::string text;  // for people
+};
+
+struct ImageReport {
+    std::string path;
+    std::uint64_t size = 0;            // bytes
+    std::optional<int> segments;       // of the download; nothing when it cannot be numbered
+    double wire_seconds = 0;           // the download's bytes at 400 kHz, replies included
+    std::string sha256;                // lower-case hexadecimal digits; empty when unreadable
+    std::string field;                 // the label field, as far as the file has it
+    std::optional<std::string> label;  // as the updater reads it
+    std::vector<Finding> findings;
+
+    // The worst finding's.
+    Grade GetGrade() const;
+};
+
+const char* NameOf(Grade grade);
+
+std::string ToText(const ImageReport& report);
+
+// Texts with bytes from the image are escaped; their exact bytes stand beside in hexadecimal.
+nlohmann::json ToJson(const ImageReport& report);
+
+}  // namespace tools
+
+#endif
