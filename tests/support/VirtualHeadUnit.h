@@ -89,6 +89,9 @@ class VirtualHeadUnit {
     RunResult RunPiece(const std::function<int()>& piece);
 
     sim::HeadUnit& Unit() { return unit_; }
+    // Blocks that a run has taken and that were not given back.
+    std::size_t MemoryBlocks() const { return memory_.Blocks(); }
+
     const CallLog& Log() const { return log_; }
     CallLog& Log() { return log_; }
 
