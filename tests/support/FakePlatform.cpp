@@ -328,9 +328,14 @@ extern "C" {
 
 // What the core leaves to the end of the process: received chunks, and the chip's engine.
 const char* __lsan_default_suppressions();
+const char* __lsan_default_options();
 
 const char* __lsan_default_suppressions() {
     return "leak:HcLogical::Receive\nleak:HdChip::HdChip\n";
+}
+
+const char* __lsan_default_options() {
+    return "print_suppressions=0";
 }
 
 int devctl(int fd, int dcmd, void* data, size_t nbytes, int* info) {
