@@ -27,8 +27,10 @@ endif()
 
 # bbp_core_target(<target>): a target of the core, C++11 without compiler extensions.
 function(bbp_core_target target)
-    set_target_properties(${target} PROPERTIES CXX_STANDARD 11)
-    target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors)
+    # Hidden symbols: the compiler may inline a function into its neighbours, as nobody replaces it.
+    set_target_properties(${target} PROPERTIES CXX_STANDARD 11 CXX_VISIBILITY_PRESET hidden)
+    target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors
+                                             -ffunction-sections)
     target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src")
     if(BBP_COVERAGE)
         target_compile_options(
