@@ -170,6 +170,7 @@ void ChipModel::EndPhase() {
             image_.clear();
             bootable_ = true;
             programmed_ = true;
+            flash_changes_ += 1;
             break;
         default:
             phase_ = plan_.verify_fails ? Phase::Failed : Phase::Complete;
@@ -190,6 +191,10 @@ void ChipModel::InterruptBurn() {
 }
 
 void ChipModel::EraseFrontPart() {
+    if (flash_.empty()) {
+        // Nobody knows what it held.
+        flash_.assign(image_.size(), ERASED);
+    }
     const std::size_t erased = Share(flash_.size(), in_phase_, PhaseLength());
     std::fill_n(flash_.begin(), erased, ERASED);
     Invalidate();
@@ -206,6 +211,7 @@ void ChipModel::ProgramFrontPart() {
 void ChipModel::Invalidate() {
     std::fill_n(flash_.begin(), std::min(BLOCK, flash_.size()), ERASED);
     bootable_ = false;
+    flash_changes_ += 1;
 }
 
 std::uint8_t ChipModel::Status() const {

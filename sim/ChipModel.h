@@ -87,6 +87,9 @@ class ChipModel {
     // Since it was switched on.
     unsigned Burns() const { return burns_; }        // downloads that came to their last segment
     unsigned Segments() const { return segments_; }  // taken, of all downloads
+    unsigned FlashChanges() const {
+        return flash_changes_;
+    }                                                      // how often Flash() has become another
     std::size_t ImageSize() const { return image_size_; }  // bytes of the last complete download
 
   private:
@@ -150,6 +153,7 @@ class ChipModel {
 
     unsigned burns_ = 0;
     unsigned segments_ = 0;
+    unsigned flash_changes_ = 0;
     std::size_t image_size_ = 0;
 };
 

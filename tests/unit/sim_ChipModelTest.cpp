@@ -436,6 +436,16 @@ TEST_F(SimChipBurning, RunsTheNewFirmwareWhenResetWhileItIsReadBack) {
     EXPECT_EQ("2.0", caller_.Version());
 }
 
+TEST_F(SimChipBurning, CountsTheChangesOfItsFlash) {
+    EXPECT_EQ(0u, unit_.Chip().FlashChanges());
+    FlashAfterResetAt(seconds(2));
+    EXPECT_EQ(1u, unit_.Chip().FlashChanges());
+    FlashAfterResetAt(seconds(8));
+    EXPECT_EQ(2u, unit_.Chip().FlashChanges());
+    FlashAfterResetAt(seconds(13));
+    EXPECT_EQ(3u, unit_.Chip().FlashChanges());
+}
+
 TEST_F(SimChipBurning, TakesTheImageOnceMoreAfterAnInterruption) {
     FlashAfterResetAt(seconds(8));
     caller_.SendImage(new_);
@@ -469,13 +479,13 @@ TEST_F(SimChipBurning, StartsAgainWhenItRestartsByItself) {
     EXPECT_EQ(RECEIVED, caller_.AskRaw(VersionQuery().Count(0).Build()).Status());
 }
 
-TEST(SimChipUnknown, ReportsItsLoaderAfterAnInterruptedFirstBurn) {
+TEST(SimChipUnknown, IsBlankAfterAnInterruptedFirstErase) {
     HeadUnit unit(Running("1.0"));
     Caller caller(unit);
     caller.SendImage(Bytes(SMALL, 1));
     caller.Reset();
     EXPECT_EQ(LOADER_VERSION, caller.Version());
-    EXPECT_TRUE(unit.Chip().Flash().empty());
+    EXPECT_EQ(Bytes(SMALL, 0xFF), unit.Chip().Flash());
 }
 
 }  // namespace

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device nodes of a head unit, /dev/i2c1 and /dev/gpio/HD_DAB2Reset, for the processes that are
+// started in their environment. They need no privilege and nothing of the kernel.
+#ifndef SIM_HOST_DEVICE_NODES_H
+#define SIM_HOST_DEVICE_NODES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace sim {
+
+// What is behind the nodes. All calls come from one thread of the nodes'. Results are 0 or an errno
+// value.
+class DeviceHandler {
+  public:
+    virtual ~DeviceHandler() = default;
+    virtual int WriteBus(unsigned address7, const std::uint8_t* bytes, std::size_t size) = 0;
+    virtual int ReadBus(unsigned address7, std::uint8_t* bytes, std::size_t size) = 0;
+    virtual int WriteReset(const char* text, std::size_t size) = 0;
+};
+
+class DeviceNodes {
+  public:
+    // The handler is not owned and must outlive the nodes. Throws std::runtime_error.
+    explicit DeviceNodes(DeviceHandler& handler);
+    ~DeviceNodes();
+    DeviceNodes(const DeviceNodes&) = delete;
+    DeviceNodes& operator=(const DeviceNodes&) = delete;
+
+    // The folder with everything that the nodes keep on disk. It goes with them.
+    const std::string& Folder() const { return folder_; }
+
+    // The file that stands for the bus: who locks it, locks the bus.
+    std::string BusFile() const;
+
+  private:
+    struct Testbed;
+    std::unique_ptr<Testbed> testbed_;
+    std::string folder_;
+};
+
+// The library that shows the nodes to a process that is started with it in LD_PRELOAD, and the
+// variable that tells it the nodes' folder.
+extern const char PRELOADED_LIBRARY[];
+extern const char FOLDER_VARIABLE[];
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of bbpsim.
+#ifndef SIM_HOST_OPTIONS_H
+#define SIM_HOST_OPTIONS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/ChipModel.h"
+#include "sim/HeadUnit.h"
+
+namespace sim {
+
+struct Options {
+    std::string installed = ChipConfig().installed;
+    std::optional<std::string> reports;
+    std::string flash;  // path; empty for a flash that is forgotten
+    BurnTimes burn;
+    bool paced = true;
+    int bus_hz = BUS_HZ;
+    bool report = false;
+    std::vector<std::string> command;  // empty for a shell
+};
+
+// Reads the command line. Returns nothing where the program is to end at once, with `status`: after
+// a text that was asked for, printed to standard output, or a mistake, told on standard error.
+std::optional<Options> ParseOptions(int argc, const char* const* argv, int* status);
+
+}  // namespace sim
+
+#endif
