@@ -45,7 +45,7 @@ class HdChip {
 
     // Reads the version text of the installed firmware into `version`: without surrounding blanks
     // and without its last two characters. Returns false, with `version` as it was, on a failure.
-    // Relied on: a text of blanks alone ends in std::out_of_range.
+    // Relied on: a reply without payload ends in std::out_of_range, `version` being empty by then.
     bool GetVersion(std::string& version);
 
     // Reports the kind of the active system configuration and dumps its 256 bytes to standard
