@@ -60,7 +60,7 @@ bool IsPosition(const std::string& text) {
     return is_line && text.find(' ') == std::string::npos && text.find('.') < colon;
 }
 
-// Sends a standard stream to a file until the object is asked for what came.
+// Sends a standard stream to a file as long as the object lives.
 class Redirection {
   public:
     explicit Redirection(FILE* stream)
@@ -69,17 +69,23 @@ class Redirection {
         dup2(fileno(file_), fileno(stream_));
     }
 
-    std::string Finish() {
+    ~Redirection() {
         fflush(stream_);
         dup2(fileno(saved_), fileno(stream_));
         fclose(saved_);
+        fclose(file_);
+    }
+    Redirection(const Redirection&) = delete;
+    Redirection& operator=(const Redirection&) = delete;
+
+    std::string Text() const {
+        fflush(stream_);
         struct stat status;
         fstat(fileno(file_), &status);
         std::string text(static_cast<std::size_t>(status.st_size), '\0');
         if (pread(fileno(file_), &text[0], text.size(), 0) != status.st_size) {
             ADD_FAILURE() << "cannot read back a captured stream";
         }
-        fclose(file_);
         return text;
     }
 
@@ -277,10 +283,7 @@ Output Capture(const std::function<void()>& code) {
     Redirection out(stdout);
     Redirection err(stderr);
     code();
-    Output output;
-    output.err = err.Finish();
-    output.out = out.Finish();
-    return output;
+    return {out.Text(), err.Text()};
 }
 
 std::string WithoutPositions(const std::string& text) {
