@@ -53,6 +53,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, int* stat
     CLI::App app(ABOUT, "bbpsim");
     app.footer(EPILOGUE);
     app.set_version_flag("--version", BBP_VERSION);
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_option("--installed", options.installed, "The version that the chip reports at first")
         ->check([](const std::string& text) {
             return text.size() <= LONGEST_VERSION ? "" : "has more than 35 characters";
@@ -84,7 +85,9 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, int* stat
         ->type_name("N")
         ->capture_default_str();
     app.add_flag("--report", options.report, "Tells on standard error, at the end, what it saw");
-    app.add_option("command", options.command, "What to run")->type_name("COMMAND");
+    app.add_option("command", options.command, "What to run")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("COMMAND");
     app.positionals_at_end();
 
     try {

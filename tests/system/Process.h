@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs a built program as a person does, and keeps what it says.
+#ifndef TESTS_SYSTEM_PROCESS_H
+#define TESTS_SYSTEM_PROCESS_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/tools/TemporaryFolder.h"
+
+namespace system_test {
+
+using Words = std::vector<std::string>;
+
+// The folder of the built programs.
+std::string ProgramFolder();
+
+struct Outcome {
+    int status = -1;  // the exit status, or 128 and the signal's number
+    std::string out;
+    std::string err;
+};
+
+// A running program, whose standard input is empty. One that does not end is killed after a while,
+// which fails the test by its status.
+class Process {
+  public:
+    // Starts the program at words[0], found in the path. `as_nobody`: without any privilege.
+    explicit Process(const Words& words, bool as_nobody = false);
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t Id() const { return pid_; }
+
+    // What it has written to standard output so far.
+    std::string Output() const { return folder_.Read("out"); }
+
+    // Waits for its end.
+    Outcome Wait();
+
+  private:
+    TemporaryFolder folder_;
+    pid_t pid_ = -1;
+};
+
+inline Outcome Run(const Words& words) {
+    return Process(words).Wait();
+}
+
+Words operator+(Words first, const Words& then);
+
+}  // namespace system_test
+
+#endif

@@ -1,0 +1,344 @@
+// SPDX-License-Identifier: Apache-2.0
+// The built updater, as it is, in the simulated head unit: what it prints, how it ends, and what
+// the chip holds afterwards.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <regex>
+#include <sstream>
+
+#include "sim/SampleImage.h"
+#include "tests/system/Process.h"
+
+namespace system_test {
+namespace {
+
+// The runs mostly wait, so they all go at once; each test then looks at one.
+class Runs : public ::testing::Environment {
+  public:
+    void SetUp() override;
+    void TearDown() override { processes_.clear(); }
+
+    const Outcome& Of(const std::string& name) {
+        if (outcomes_.count(name) == 0) {
+            outcomes_[name] = processes_.at(name)->Wait();
+        }
+        return outcomes_[name];
+    }
+    std::string Image() const { return folder_.Path("image.bin"); }
+    std::string Short() const { return folder_.Path("short.bin"); }
+    std::string Missing() const { return folder_.Path("missing.bin"); }
+    bool FlashIsImage(const std::string& name) const {
+        return folder_.Read(name + ".flash") == folder_.Read("image.bin");
+    }
+    bool HasFlash(const std::string& name) const {
+        return std::filesystem::exists(folder_.Path(name + ".flash"));
+    }
+    bool OutsideIsSafe() const { return !std::filesystem::exists("/dev/i2c1"); }
+
+  private:
+    // Starts the updater with these arguments in a head unit with these options.
+    void Start(const std::string& name, const Words& options, const Words& arguments) {
+        const Words unit = {ProgramFolder() + "/bbpsim",
+                            "--pace",
+                            "none",
+                            "--burn",
+                            "2,2,2",
+                            "--report",
+                            "--flash",
+                            folder_.Path(name + ".flash")};
+        processes_[name] =
+            std::make_unique<Process>(unit + options + Words{"--", "bbpflash"} + arguments);
+    }
+    void StartAsNobody();
+
+    TemporaryFolder folder_;
+    std::map<std::string, std::unique_ptr<Process>> processes_;
+    std::map<std::string, Outcome> outcomes_;
+};
+
+void Runs::SetUp() {
+    const std::vector<std::uint8_t> image = sim::MakeSampleImage("2.0.0");
+    folder_.Write("image.bin", std::string(image.begin(), image.end()));
+    folder_.Write("short.bin", std::string(image.begin(), image.begin() + sim::LABEL_OFFSET));
+    folder_.Write("uptodate.flash", std::string(image.begin(), image.end()));
+    folder_.Write("force.flash", std::string(image.begin(), image.end()));
+
+    Start("default", {}, {Image()});
+    Start("status", {}, {"-s", Image()});
+    Start("info", {"--installed", "1.4.2"}, {"-i", Missing()});
+    Start("verbose", {}, {"-vvvvvv", Image()});
+    Start("force", {}, {"-f", Image()});
+    Start("uptodate", {}, {Image()});
+    Start("uptodate-status", {"--installed", "2.0.0"}, {"-s", Image()});
+    Start("never", {"--reports", "other", "--burn", "0,0,0"}, {Image()});
+    Start("missing", {}, {Missing()});
+    Start("missing-force", {}, {"-f", Missing()});
+    Start("short", {}, {"-s", Short()});
+    Start("no-argument", {}, {});
+    StartAsNobody();
+    if (OutsideIsSafe()) {
+        processes_["outside"] =
+            std::make_unique<Process>(Words{ProgramFolder() + "/bbpflash", Image()});
+    }
+}
+
+// Somebody without privileges may not even read where the programs were built.
+void Runs::StartAsNobody() {
+    namespace fs = std::filesystem;
+    const fs::path home = folder_.Path("nobody");
+    fs::permissions(folder_.Path(""), fs::perms::others_exec | fs::perms::others_read,
+                    fs::perm_options::add);
+    fs::create_directory(home);
+    fs::permissions(home, fs::perms::all);
+    for (const char* const program : {"bbpsim", "bbpflash"}) {
+        fs::copy(ProgramFolder() + "/" + program, home);
+    }
+    fs::copy(Image(), home / "image.bin");
+    const Words words = {home / "bbpsim", "--pace",       "none", "--burn",   "0,0,0",
+                         "--flash",       home / "flash", "--",   "bbpflash", home / "image.bin"};
+    processes_["nobody"] = std::make_unique<Process>(words, getuid() == 0);
+}
+
+Runs* const runs = static_cast<Runs*>(::testing::AddGlobalTestEnvironment(new Runs));
+
+// The output with each line number as "N".
+std::string WithoutLineNumbers(const std::string& out) {
+    return std::regex_replace(out, std::regex("(@[A-Za-z0-9_]+\\.cpp):[0-9]+\n"), "$1:N\n");
+}
+
+std::string Lines(const Words& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+// What is said of one programming pass whose every phase was met by a poll.
+Words PassLines() {
+    return {"bbpflash MSG: Sending \"" + runs->Image() + "\" to BBP",
+            "bbpflash MSG: BBP is erasing old flash contents (do not interrupt!)",
+            "bbpflash MSG: BBP is programming new flash contents (do not interrupt!)",
+            "bbpflash MSG: BBP is verifying new flash contents (do not interrupt!)",
+            "bbpflash MSG: BBP programming completed, resetting for version verification"};
+}
+
+// The value of a line of the head unit's report.
+std::string Reported(const Outcome& outcome, const std::string& name) {
+    std::istringstream lines(outcome.err);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.compare(0, name.size() + 1, name + " ") == 0) {
+            return line.substr(line.find_first_not_of(' ', name.size()));
+        }
+    }
+    return "no line \"" + name + "\" in: " + outcome.err;
+}
+
+const Words GREETING = {"bbpflash MSG: HD tuner firmware updater"};
+const Words MATCHES = {"bbpflash MSG: Installed version matches BIN file label"};
+
+TEST(SystemUpdate, TellsAPersonTheStages) {
+    const Outcome& outcome = runs->Of("default");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(Lines(GREETING + PassLines() + MATCHES), outcome.out);
+    EXPECT_TRUE(runs->FlashIsImage("default"));
+    EXPECT_EQ("2", Reported(outcome, "resets"));
+    EXPECT_EQ("516", Reported(outcome, "segments"));
+    EXPECT_EQ("1", Reported(outcome, "burns"));
+    EXPECT_EQ("1048576 bytes", Reported(outcome, "image"));
+    EXPECT_EQ("2.0.0", Reported(outcome, "version"));
+}
+
+TEST(SystemUpdate, WritesEachPercentageOnceInStatusMode) {
+    const Outcome& outcome = runs->Of("status");
+    Words lines;
+    for (int percentage = 1; percentage <= 80; ++percentage) {
+        lines.push_back(std::to_string(percentage));
+    }
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(Lines(lines + Words{"85", "90", "95", "99", "100", "DONE"}), outcome.out);
+    EXPECT_TRUE(runs->FlashIsImage("status"));
+}
+
+TEST(SystemUpdate, TellsTheInstalledVersionAndTouchesNothing) {
+    const Outcome& outcome = runs->Of("info");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(Lines(GREETING + Words{"bbpflash MSG: Installed firmware version is \"1.4.2\"", ""}),
+              outcome.out);
+    EXPECT_EQ("1", Reported(outcome, "messages"));
+    EXPECT_FALSE(runs->HasFlash("info"));
+}
+
+TEST(SystemUpdate, ShowsEverythingWithSixV) {
+    const Outcome& outcome = runs->Of("verbose");
+    EXPECT_EQ(0, outcome.status);
+    const Words reset = {"bbpflash INF: Doing hardware reset of HD module @bbpflash.cpp:N",
+                         "bbpflash INF: Waiting for firmware reset to complete @bbpflash.cpp:N",
+                         "bbpflash INF: Hardware reset of HD module complete @bbpflash.cpp:N"};
+    const Words checking = {"bbpflash INF: Checking HD update versions @bbpflash.cpp:N",
+                            "bbpflash INF: BIN file firmware version is \"2.0.0\" [5] "
+                            "@bbpflash.cpp:N"};
+    const Words start =
+        Words{"bbpflash INF: == options start ===========",
+              " (l = )",
+              " (t = )",
+              " (v = 6)",
+              "bbpflash INF: == options end =============",
+              "bbpflash INF: additional option (i = false) @bbpflash.cpp:N",
+              "bbpflash INF: additional option (f = false) @bbpflash.cpp:N",
+              "bbpflash MSG: HD tuner firmware updater @bbpflash.cpp:N",
+              "bbpflash INF: Initializing update system and i2c bus @bbpflash.cpp:N",
+              "bbpflash INF: Opened /dev/i2c1 (3) @I2cBus.cpp:N",
+              "bbpflash INF: Set speed on /dev/i2c1 (3) to 400000 @I2cBus.cpp:N",
+              "bbpflash INF: Cayman chip ready @HdChip.cpp:N",
+              "bbpflash INF: Update system initialization complete @bbpflash.cpp:N"} +
+        reset + Words{"bbpflash INF: Installed firmware version is \"1.0.0\" [5] @bbpflash.cpp:N"} +
+        checking +
+        Words{"bbpflash INF: filesize: 1048576 @HdChip.cpp:N",
+              "bbpflash INF: burning \"" + runs->Image() + "\" @HdChip.cpp:N",
+              "bbpflash MSG: Sending \"" + runs->Image() + "\" to BBP @HdChip.cpp:N",
+              "bbpflash INF: Completed file transmission, waiting for chip to program itself "
+              "@HdChip.cpp:N"};
+    const Words end =
+        Words{
+            "bbpflash MSG: BBP programming completed, resetting for version verification "
+            "@HdChip.cpp:N"} +
+        reset + Words{"bbpflash INF: Installed firmware version is \"2.0.0\" [5] @bbpflash.cpp:N"} +
+        checking + Words{"bbpflash MSG: Installed version matches BIN file label @bbpflash.cpp:N"};
+    const std::string out = WithoutLineNumbers(outcome.out);
+    ASSERT_GT(out.size(), Lines(start + end).size());
+    EXPECT_EQ(Lines(start), out.substr(0, Lines(start).size()));
+    EXPECT_EQ(Lines(end), out.substr(out.size() - Lines(end).size()));
+
+    // In between, each poll tells what it found; how many there are is a matter of time.
+    const std::string polls =
+        out.substr(Lines(start).size(), out.size() - Lines(start).size() - Lines(end).size());
+    std::string phases;
+    for (const char* const phase : {"erasing old", "programming new", "verifying new"}) {
+        const std::string found = std::string("bbpflash INF: ") + phase +
+                                  " flash contents "
+                                  "@HdChip\\.cpp:N\n";
+        const std::string told = std::string("bbpflash MSG: BBP is ") + phase +
+                                 " flash contents \\(do not interrupt!\\) @HdChip\\.cpp:N\n";
+        phases += found + told + "(" + found + ")*";
+    }
+    EXPECT_TRUE(std::regex_match(polls, std::regex(phases))) << polls;
+}
+
+TEST(SystemUpdate, ProgramsWhatIsInstalledAlreadyWhenForced) {
+    const Outcome& outcome = runs->Of("force");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(Lines(GREETING + MATCHES + PassLines() + MATCHES), outcome.out);
+    EXPECT_EQ("1", Reported(outcome, "burns"));
+    EXPECT_TRUE(runs->FlashIsImage("force"));
+}
+
+TEST(SystemUpdate, FindsNothingToDoWhenUpToDate) {
+    const Outcome& outcome = runs->Of("uptodate");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(Lines(GREETING + MATCHES), outcome.out);
+    EXPECT_EQ("0", Reported(outcome, "segments"));
+}
+
+TEST(SystemUpdate, IsDoneAtOnceInStatusModeWhenUpToDate) {
+    const Outcome& outcome = runs->Of("uptodate-status");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ("100\nDONE\n", outcome.out);
+}
+
+TEST(SystemUpdate, GivesUpAfterThreePassesWhenTheVersionNeverMatches) {
+    const Outcome& outcome = runs->Of("never");
+    const Words pass = {"bbpflash MSG: Sending \"" + runs->Image() + "\" to BBP",
+                        "bbpflash MSG: BBP programming completed, resetting for version "
+                        "verification"};
+    const Words end = {
+        "bbpflash CRITICAL: maximum number of programming tries exceeded "
+        "@bbpflash.cpp:N",
+        "ERROR"};
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(Lines(GREETING + pass + pass + pass + end), WithoutLineNumbers(outcome.out));
+    EXPECT_EQ("3", Reported(outcome, "burns"));
+    EXPECT_EQ("4", Reported(outcome, "resets"));
+    EXPECT_TRUE(runs->FlashIsImage("never"));
+}
+
+const Words FAILED = {"bbpflash CRITICAL: Programming terminated @bbpflash.cpp:N", "ERROR"};
+
+TEST(SystemUpdate, FailsOnAMissingFileBeforeItTouchesTheFlash) {
+    const Outcome& outcome = runs->Of("missing");
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(
+        Lines(GREETING +
+              Words{"bbpflash ERROR: opening bin file " + runs->Missing() + " @bbpflash.cpp:N",
+                    "bbpflash ERROR: Unable to get bin file version @bbpflash.cpp:N"} +
+              FAILED),
+        WithoutLineNumbers(outcome.out));
+    EXPECT_EQ("1", Reported(outcome, "messages"));
+    EXPECT_FALSE(runs->HasFlash("missing"));
+}
+
+TEST(SystemUpdate, FailsOnAMissingFileWhenForcedToo) {
+    const Outcome& outcome = runs->Of("missing-force");
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(
+        Lines(GREETING +
+              Words{"bbpflash ERROR: opening bin file " + runs->Missing() + " @bbpflash.cpp:N",
+                    "bbpflash ERROR: Unable to get bin file version @bbpflash.cpp:N",
+                    "bbpflash ERROR: opening binary file " + runs->Missing() + " @HdChip.cpp:N",
+                    "bbpflash ERROR: Unable to program file @bbpflash.cpp:N"} +
+              FAILED),
+        WithoutLineNumbers(outcome.out));
+    EXPECT_EQ("1", Reported(outcome, "messages"));
+}
+
+TEST(SystemUpdate, FailsOnAnImageThatEndsBeforeItsLabel) {
+    const Outcome& outcome = runs->Of("short");
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(Lines(Words{"bbpflash ERROR: reading bin file label with result \"Success\" (0) "
+                          "@bbpflash.cpp:N",
+                          "bbpflash ERROR: Unable to get bin file version @bbpflash.cpp:N"} +
+                    FAILED),
+              WithoutLineNumbers(outcome.out));
+    EXPECT_FALSE(runs->HasFlash("short"));
+}
+
+TEST(SystemUpdate, GivesAHintWithoutArgumentsAndTouchesNothing) {
+    const Outcome& outcome = runs->Of("no-argument");
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(
+        "bbpflash ERROR: Please try \"use bbpflash\" to get usage details\n @bbpflash.cpp:N\n",
+        WithoutLineNumbers(outcome.out));
+    EXPECT_EQ("0", Reported(outcome, "resets"));
+    EXPECT_EQ("0", Reported(outcome, "messages"));
+}
+
+TEST(SystemUpdate, FailsWithoutDevices) {
+    if (!runs->OutsideIsSafe()) {
+        GTEST_SKIP() << "this machine has a /dev/i2c1 of its own";
+    }
+    const Outcome& outcome = runs->Of("outside");
+    const std::string name = ProgramFolder() + "/bbpflash";
+    EXPECT_EQ(1, outcome.status);
+    const std::string out = WithoutLineNumbers(outcome.out);
+    EXPECT_EQ(name + " MSG: HD tuner firmware updater\n", out.substr(0, out.find('\n') + 1));
+    EXPECT_NE(std::string::npos, out.find(name + " ERROR: Opening special device /dev/i2c1"));
+    EXPECT_EQ("ERROR\n", out.substr(out.size() - 6));
+}
+
+TEST(SystemUpdate, NeedsNoPrivileges) {
+    const Outcome& outcome = runs->Of("nobody");
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    const std::string last = Lines(MATCHES);
+    ASSERT_GE(outcome.out.size(), last.size());
+    EXPECT_EQ(last, outcome.out.substr(outcome.out.size() - last.size()));
+}
+
+}  // namespace
+}  // namespace system_test
