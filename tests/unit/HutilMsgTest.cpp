@@ -459,6 +459,17 @@ TEST_F(HutilMsgLongText, IsCutAtTheBuffersEndWhateverMakesItLong) {
     }
 }
 
+// A message of every length, so that the second NUL falls on every place inside and behind the
+// buffer.
+TEST_F(HutilMsgLongText, IsEndedTwiceOnlyInsideTheBuffer) {
+    for (std::size_t size = 0; size <= 800; ++size) {
+        const std::string message(size, 'm');
+        EXPECT_EQ(
+            Output([&] { messages_->displayMessage(0, "File.cpp", 7, "%s", message.c_str()); }),
+            ("bbpflash MSG: " + message).substr(0, LONGEST) + "\n");
+    }
+}
+
 TEST_F(HutilMsgLongText, IsLoggedAsItIsShown) {
     options_.progName = std::string(2000, 'p');
     const std::string shown = Show(0);
