@@ -7,6 +7,7 @@ unit's host, the tools and their tests" ON)
 option(BBP_WERROR "Warnings are errors" ON)
 option(BBP_STATIC_LIBSTDCXX "Link libstdc++ into the updater, for a root file system without it" OFF)
 option(BBP_COVERAGE "Measure what the tests reach of the core (clang 19)" OFF)
+option(BBP_FUZZ "Build the fuzz targets in place of the other tests (clang)" OFF)
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_CXX_EXTENSIONS OFF)
