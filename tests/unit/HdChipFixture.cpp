@@ -61,6 +61,11 @@ void HdChipTest::Script(const std::string& step, int result, int index) {
     scripted_[{step, index}] = result;
 }
 
+void HdChipTest::ForgetScript() {
+    scripted_.clear();
+    counts_.clear();
+}
+
 void HdChipTest::RemoveEngine() {
     delete chip.lm;
     chip.lm = nullptr;

@@ -31,6 +31,9 @@ class HdChipTest : public fake::PlatformTest {
     // and does nothing.
     void Script(const std::string& step, int result, int index = 0);
 
+    // Forgets all scripted results and counts the calls from 0 again.
+    void ForgetScript();
+
     // Takes the engine from the chip.
     void RemoveEngine();
 
