@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
+#include "tests/support/StreamChecker.h"
 #include "tests/support/virtual_calls.h"
 
 // The program's main, renamed in its object.
@@ -95,7 +97,23 @@ RunResult VirtualHeadUnit::Run(const std::vector<std::string>& arguments) {
     }
     argv.push_back(nullptr);
     const int argc = static_cast<int>(arguments.size());
-    return RunPiece([argc, &argv] { return bbpflash_main(argc, argv.data()); });
+    RunResult result = RunPiece([argc, &argv] { return bbpflash_main(argc, argv.data()); });
+    CheckOutput(arguments, result);
+    return result;
+}
+
+void VirtualHeadUnit::CheckOutput(const std::vector<std::string>& arguments,
+                                  const RunResult& result) const {
+    const auto is_struck = [](const Call& call) {
+        return call.kind == CallKind::kOutput && call.struck;
+    };
+    const std::vector<Call>& calls = log_.Calls();
+    if (!checks_output || std::any_of(calls.begin(), calls.end(), is_struck)) {
+        return;
+    }
+    // As a shell would see it: every other end is a signal's.
+    const int status = result.outcome == Outcome::kExit ? result.status : 128 + SIGKILL;
+    EXPECT_TRUE(ConformsToContract(result.out, ModeOf(arguments), status));
 }
 
 RunResult VirtualHeadUnit::RunPiece(const std::function<int()>& piece) {
