@@ -24,8 +24,8 @@ constexpr int NEVER_RETURNS = -1;
 
 enum class Direction { Write, Read };
 
-// One transfer as it was on the bus. The bytes are those that went over it and belong to the head
-// unit; they are valid during the call only.
+// One transfer as it was on the bus. The bytes are valid during the call only: all `size` of a
+// write, the first `moved` of a read.
 struct Transfer {
     Duration start;
     Duration end;

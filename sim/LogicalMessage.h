@@ -62,7 +62,10 @@ enum ProgramStatus : std::uint8_t {
     STATUS_IDLE = 3,
     STATUS_ERASING = 4,
     STATUS_PROGRAMMING = 5,
-    STATUS_VERIFYING = 6
+    STATUS_VERIFYING = 6,
+    STATUS_SECURITY_MISMATCH = 7,
+    STATUS_SINGLE_ON_DUAL = 8,
+    STATUS_DUAL_ON_SINGLE = 9
 };
 
 // The 16-bit field at `at`.

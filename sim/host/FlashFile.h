@@ -22,6 +22,8 @@ class FlashFile {
     // cannot be written.
     bool Save(const std::vector<std::uint8_t>& flash) const;
 
+    const std::string& Path() const { return path_; }
+
   private:
     std::string path_;
 };

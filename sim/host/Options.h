@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "sim/ChipModel.h"
+#include "sim/Fault.h"
 #include "sim/HeadUnit.h"
+#include "sim/VcdWriter.h"
 
 namespace sim {
 
@@ -19,9 +21,20 @@ struct Options {
     BurnTimes burn;
     bool paced = true;
     int bus_hz = BUS_HZ;
+    std::vector<Fault> faults;
     bool report = false;
+    bool log = false;
+    std::string log_file;  // paths; empty for none
+    std::string pcap;
+    std::string vcd;
+    VcdWriter::Window vcd_window;
+    std::string json;
     std::vector<std::string> command;  // empty for a shell
 };
+
+// Whether the faults keep the bus's lock from everybody for ever. It is the only fault of the lock
+// that a head unit behind device nodes can have: locks are the kernel's business.
+bool LockIsTaken(const std::vector<Fault>& faults);
 
 // Reads the command line. Returns nothing where the program is to end at once, with `status`: after
 // a text that was asked for, printed to standard output, or a mistake, told on standard error.

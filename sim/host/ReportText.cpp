@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/host/ReportText.h"
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "sim/Digest.h"
@@ -23,6 +24,26 @@ std::string ReportText(const Report& report) {
     }
     text << "version    " << report.version << '\n' << "faults     " << report.faults << '\n';
     return text.str();
+}
+
+std::string ReportJson(const Report& report, int command_status) {
+    nlohmann::ordered_json json;
+    json["command_status"] = command_status;
+    json["resets"] = report.resets;
+    json["messages"] = report.messages;
+    json["reads"] = report.reads;
+    json["segments"] = report.segments;
+    json["polls"] = report.polls;
+    json["burns"] = report.burns;
+    json["faults"] = report.faults;
+    json["image_size"] = report.image_size;
+    json["version"] = report.version;
+    json["flash"] = nullptr;
+    if (!report.flash->empty()) {
+        json["flash"] = {{"size", report.flash->size()}, {"sha256", Sha256(*report.flash)}};
+    }
+    // A version may be any bytes; those that are no text become replacement characters.
+    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace sim

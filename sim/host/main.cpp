@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // bbpsim: runs a command in a simulated head unit.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <stdexcept>
 
 #include "sim/HeadUnit.h"
 #include "sim/host/Child.h"
@@ -16,6 +22,7 @@
 #include "sim/host/RealTimeUnit.h"
 #include "sim/host/ReportText.h"
 #include "sim/host/Shell.h"
+#include "sim/host/Views.h"
 
 namespace {
 
@@ -60,36 +67,84 @@ int RunInside(const DeviceNodes& nodes, Child& child, std::vector<std::string> c
     return child.Wait();
 }
 
+// Keeps the bus's lock from everybody as long as it lives, if it is to.
+class LockTaker {
+  public:
+    LockTaker(const std::string& bus_file, bool take) {
+        if (take) {
+            descriptor_ = open(bus_file.c_str(), O_RDWR | O_CLOEXEC);
+            flock(descriptor_, LOCK_EX);
+        }
+    }
+    ~LockTaker() {
+        if (descriptor_ >= 0) {
+            close(descriptor_);
+        }
+    }
+    LockTaker(const LockTaker&) = delete;
+    LockTaker& operator=(const LockTaker&) = delete;
+
+  private:
+    int descriptor_ = -1;
+};
+
+// Writes the flash to its file whenever it has changed.
+class FlashSaver {
+  public:
+    explicit FlashSaver(const FlashFile& file) : file_(file) {}
+
+    void Save(HeadUnit& unit) {
+        if (unit.Chip().FlashChanges() == saved_) {
+            return;
+        }
+        saved_ = unit.Chip().FlashChanges();
+        if (!file_.Save(unit.Chip().Flash())) {
+            std::fprintf(stderr, "bbpsim: %s: %s\n", file_.Path().c_str(), strerror(errno));
+        }
+    }
+
+  private:
+    const FlashFile& file_;
+    unsigned saved_ = 0;
+};
+
+void WriteReports(const Options& options, const Report& report, int status) {
+    if (options.report) {
+        std::fputs(ReportText(report).c_str(), stderr);
+    }
+    if (!options.json.empty()) {
+        std::ofstream file(options.json);
+        file << ReportJson(report, status);
+        file.close();
+        if (!file) {
+            throw std::runtime_error("cannot write " + options.json);
+        }
+    }
+}
+
 int Run(const Options& options) {
     Child child;
     Cleaner cleaner;
     const FlashFile flash_file(options.flash);
-    HeadUnit unit(MakeChip(options, flash_file));
+    HeadUnit unit(MakeChip(options, flash_file), options.faults);
     unit.SetBusHz(options.bus_hz);
+    Views views(options, unit);
     RealTimeUnit real_time(unit, options.paced);
-    unsigned saved = 0;
-    const auto save = [&](HeadUnit& now) {
-        if (now.Chip().FlashChanges() != saved) {
-            saved = now.Chip().FlashChanges();
-            if (!flash_file.Save(now.Chip().Flash())) {
-                std::fprintf(stderr, "bbpsim: %s: %s\n", options.flash.c_str(), strerror(errno));
-            }
-        }
-    };
-    real_time.AfterEach(save);
+    FlashSaver saver(flash_file);
+    real_time.AfterEach([&](HeadUnit& now) { saver.Save(now); });
     int status = 0;
     {
         const DeviceNodes nodes(real_time);
         cleaner.Watch(nodes.Folder());
+        const LockTaker lock(nodes.BusFile(), LockIsTaken(options.faults));
         status = RunInside(nodes, child, options.command);
     }
     real_time.With([&](HeadUnit& now) {
         // Whoever leaves switches the head unit off, whatever the chip is doing.
         now.Chip().LosePower();
-        save(now);
-        if (options.report) {
-            std::fputs(ReportText(now.GetReport()).c_str(), stderr);
-        }
+        saver.Save(now);
+        views.Close();
+        WriteReports(options, now.GetReport(), status);
     });
     return status;
 }
