@@ -21,8 +21,8 @@ namespace {
 const HutilOptions* const g_options_at_start = g_p_hutil_opt;
 const HutilMsg* const g_messages_at_start = g_p_hutil_msg;
 
-// How many more objects there is memory for.
-int g_objects_left = 1000;
+// The one object, counted from 0, that there is no memory for.
+int g_missing_object = -1;
 
 // The process-wide objects of one command line, which go with the test.
 class HutilInit : public testing::Test {
@@ -63,7 +63,7 @@ const char ROW_OF_16_FROM_16[] = "\n\t\t 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return g_objects_left-- > 0 ? ::operator new(size) : nullptr;
+    return g_missing_object-- == 0 ? nullptr : ::operator new(size);
 }
 
 TEST(HutilGlobals, AreNullPointersBeforeTheStart) {
@@ -120,7 +120,7 @@ TEST_F(HutilInitDeathTest, EndsWithStatus255AndNoWordWithoutMemoryForTheOptions)
         {
             CommandLine line{"bbpflash"};
             dup2(STDERR_FILENO, STDOUT_FILENO);
-            g_objects_left = 0;
+            g_missing_object = 0;
             hutil_init(line.Count(), line.Vector());
         },
         testing::ExitedWithCode(255), "^$");
@@ -131,7 +131,7 @@ TEST_F(HutilInitDeathTest, EndsWithStatus255AndNoWordWithoutMemoryForTheMessages
         {
             CommandLine line{"bbpflash"};
             dup2(STDERR_FILENO, STDOUT_FILENO);
-            g_objects_left = 1;
+            g_missing_object = 1;
             hutil_init(line.Count(), line.Vector());
         },
         testing::ExitedWithCode(255), "^$");
