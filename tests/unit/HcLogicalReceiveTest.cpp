@@ -506,6 +506,19 @@ TEST_F(HcLogicalRetrieveLong, CopiesEachReadOverTheOneBeforeIt) {
     EXPECT_EQ(destination[20], 0xEE);
 }
 
+TEST_F(HcLogicalRetrieveLong, CopiesEvenAReadThatPromisesTheMost) {
+    Bytes destination(256, 0xEE);
+    platform.Answer(LongRead(255, 0xA5, 100, 1, 0, 0x11));
+
+    EXPECT_EQ(RetrieveLong(destination.data()), 1);
+
+    Bytes expected{0xA5, 0xA5, 0, 1, 100, 0, 0x83, 1, 1, 0, 0, 0};
+    expected.resize(64, 0x11);
+    expected.resize(255, 0);
+    expected.resize(256, 0xEE);
+    EXPECT_EQ(destination, expected) << "with zeros beyond the read";
+}
+
 TEST_F(HcLogicalRetrieveLong, IsCompleteOnlyAtTheLastSegment) {
     Bytes destination(256);
     platform.Answer(LongRead(64, 0xA5, 100, 0x0102, 0x0101, 0));

@@ -26,6 +26,10 @@ struct Query {
     std::map<int, Expectation> by_code;
 };
 
+void PrintTo(const Query& query, std::ostream* stream) {
+    *stream << query.name;
+}
+
 const Query QUERIES[] = {
     {"GetNvmStatus",
      &HdChip::GetNvmStatus,

@@ -31,6 +31,10 @@ struct Command {
     int failed;
 };
 
+void PrintTo(const Command& command, std::ostream* stream) {
+    *stream << command.name;
+}
+
 int GetVersion(HdChip& chip) {
     std::string version = "before";
     const bool result = chip.GetVersion(version);
