@@ -15,7 +15,7 @@ constexpr std::size_t LABEL_OFFSET = 925630;
 constexpr std::size_t LABEL_SIZE = 37;
 // Two filler characters close the text: both who reads the label and the chip drop them.
 constexpr std::size_t LONGEST_VERSION = LABEL_SIZE - 2;
-constexpr std::size_t SAMPLE_IMAGE_SIZE = 1024 * 1024;
+constexpr std::size_t SAMPLE_IMAGE_SIZE = std::size_t{1024} * 1024;
 
 // The label field for a version: the text, two filler characters, blanks. Throws
 // std::invalid_argument for a text that does not come back from its label: one longer than

@@ -41,6 +41,7 @@ Child::Child() {
 int Child::Start(const std::vector<std::string>& command,
                  const std::vector<Variable>& environment) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }

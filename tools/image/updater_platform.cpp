@@ -31,7 +31,7 @@ extern "C" int slogf(int, int, const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    Messages().push_back(text);
+    Messages().emplace_back(text);
     return 0;
 }
 
