@@ -97,8 +97,10 @@ int Child::Wait() {
 }
 
 void Child::Pass(const siginfo_t& signal) {
-    // What the terminal sends, it sends to the child as well.
-    if (signal.si_code == SI_KERNEL) {
+    // What is typed at the terminal reaches the child as well; that the terminal has gone, only the
+    // first program that it had.
+    const bool typed = signal.si_signo == SIGINT || signal.si_signo == SIGQUIT;
+    if (typed && signal.si_code == SI_KERNEL) {
         return;
     }
     const bool ends = signal.si_signo == SIGTERM || signal.si_signo == SIGHUP;

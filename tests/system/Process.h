@@ -46,7 +46,7 @@ class Process {
     pid_t pid_ = -1;
 };
 
-inline Outcome Run(const Words& words) {
+inline Outcome RunToEnd(const Words& words) {
     return Process(words).Wait();
 }
 
