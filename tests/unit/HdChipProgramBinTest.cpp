@@ -481,6 +481,10 @@ TEST_F(HdChipProgramBinPercentage, IsFlushedAfterEachSegmentInBothModes) {
         << "and after the changed status";
 }
 
+TEST_F(HdChipProgramBinPercentage, OfAnImageThatWasEmptyWhenItWasMeasuredIsNone) {
+    ExpectPercentages(0, {10}, "99\n");
+}
+
 TEST_F(HdChipProgramBinPercentage, IsExactUpToAnImageOf26843545Bytes) {
     ExpectPercentages(26843545, {26843545}, "80\n99\n");
 }
