@@ -149,8 +149,8 @@ TEST_F(DriverStates, WriteOnlyTheBannerWithoutStatusMode) {
               "bbpflash MSG: HD tuner firmware updater\n");
 }
 
-TEST_F(DriverStates, BeginWithTheFlagsOfTheCommandLineAlone) {
-    Run({"bbpflash", "image.bin"}, {1, 2, 4});
+TEST_F(DriverStates, BeginWithTheFlagsOfTheCommandLineAloneAndItsLastWord) {
+    Run({"bbpflash", "-x", "-v", "image.bin"}, {1, 2, 4});
     EXPECT_THAT(g_options, ElementsAre(false, false, false));
     EXPECT_EQ(filename, "image.bin");
 }
