@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -43,10 +44,11 @@ enum {
     STATUS_COMPLETE = 1
 };
 
-const long BUS_HZ = 400000;
+const std::int64_t NS_PER_S = 1000000000;
+const std::int64_t BUS_HZ = 400000;
 
 // A processor that sleeps wakes up late; a bus does not end late. The rest is waited awake.
-const long AWAKE_NS = 300000;
+const std::int64_t AWAKE_NS = 300000;
 
 struct Counts {
     long locks_and_unlocks;
@@ -66,21 +68,22 @@ bool programmed = false;
 unsigned char request[REQUEST_SIZE];
 
 bool paced = false;
-long download_started_ns = 0;
+std::int64_t download_started_ns = 0;
 
-long Now() {
+std::int64_t Now() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000000000L + now.tv_nsec;
+    return now.tv_sec * NS_PER_S + now.tv_nsec;
 }
 
 // Waits until a transfer of `bytes` bytes that began at `start` is through: address and bytes with
 // their acknowledge bits, start and stop.
-void Pace(long start, long bytes) {
-    const long end = start + (9 * (bytes + 1) + 2) * (1000000000L / BUS_HZ);
-    const long asleep = end - AWAKE_NS;
+void Pace(std::int64_t start, long bytes) {
+    const std::int64_t end = start + (9 * (bytes + 1) + 2) * (NS_PER_S / BUS_HZ);
+    const std::int64_t asleep = end - AWAKE_NS;
     if (asleep > start) {
-        const timespec until = {asleep / 1000000000L, asleep % 1000000000L};
+        const timespec until = {static_cast<time_t>(asleep / NS_PER_S),
+                                static_cast<long>(asleep % NS_PER_S)};
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
     }
     while (Now() < end) {
@@ -203,7 +206,7 @@ int ioctl(int fd, unsigned long request_code, ...) noexcept {
     va_end(arguments);
     for (unsigned int i = 0; i < transfer->nmsgs; ++i) {
         const i2c_msg& message = transfer->msgs[i];
-        const long start = paced ? Now() : 0;
+        const std::int64_t start = paced ? Now() : 0;
         (message.flags & I2C_M_RD) != 0 ? Read(message) : Write(message);
         if (paced) {
             Pace(start, message.len);
@@ -228,7 +231,7 @@ int usleep(useconds_t microseconds) {
 // The long waits, before and after a download, are never waited.
 int nanosleep(const timespec* wanted, timespec*) {
     if (download_started_ns != 0 && counts.download_us == 0) {
-        counts.download_us = (Now() - download_started_ns) / 1000;
+        counts.download_us = static_cast<long>((Now() - download_started_ns) / 1000);
     }
     Slept(static_cast<long>(wanted->tv_sec) * 1000000 + wanted->tv_nsec / 1000);
     return 0;

@@ -7,6 +7,7 @@ import os
 import pathlib
 import re
 import subprocess
+import tempfile
 
 # Where an image keeps its label, and the version that the instant bus reports once programmed.
 LABEL_OFFSET = 925630
@@ -110,6 +111,23 @@ class Bench:
         cost, _ = read_callgrind(result)
         inside = self.profile(name, IMAGE_OF_START_UP).costs["instructions"]
         return sum(cost.values()) - cost[str(self.bus)] - inside
+
+
+def counted(program, *arguments):
+    """All instructions of a program, the bus left alone."""
+    with tempfile.NamedTemporaryFile() as result:
+        subprocess.run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={result.name}",
+                        program, *arguments], check=True, stderr=subprocess.DEVNULL)
+        return sum(read_callgrind(result.name)[0].values())
+
+
+def emulated(program, *arguments, preload=""):
+    """All instructions of a program for 32-bit ARM. The emulator logs one line for each."""
+    with subprocess.Popen(["qemu-arm-static", "-L", "/usr/arm-linux-gnueabihf", "-singlestep",
+                           "-E", f"LD_PRELOAD={preload}", "-d", "nochain,exec", "-D",
+                           "/dev/stderr", program, *arguments], stdout=subprocess.DEVNULL,
+                          stderr=subprocess.PIPE) as process:
+        return sum(line.startswith(b"Trace") for line in process.stderr)
 
 
 def read_callgrind(path):
