@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef BBPFLASH_TOOLS_WATCH_OUTPUTQUEUE_H
+#define BBPFLASH_TOOLS_WATCH_OUTPUTQUEUE_H
+
+#include <string>
+
+#include "tools/watch/UpdateProgress.h"
+
+namespace tools {
+
+// Writes to a descriptor that may be slow, stopped or gone, and never waits for it: what it does
+// not take is kept, up to a bound, and what a dead one does not take is dropped.
+class OutputQueue {
+  public:
+    explicit OutputQueue(int the_descriptor) : descriptor(the_descriptor) {}
+
+    void Put(const std::string& text);
+
+    // Writes what can be written at once.
+    void Flush();
+
+    // Waits until everything is written, at most this long.
+    void Drain(Milliseconds limit);
+
+    // Whether something is left to be written.
+    bool IsPending() const { return !pending.empty(); }
+
+    int Descriptor() const { return descriptor; }
+
+  private:
+    bool WriteSome(int timeout);
+
+    const int descriptor;
+    std::string pending;
+    bool is_dead = false;
+};
+
+}  // namespace tools
+
+#endif

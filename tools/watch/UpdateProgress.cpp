@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/watch/UpdateProgress.h"
+
+#include <cmath>
+
+namespace tools {
+
+namespace {
+
+constexpr int LAST_OF_DOWNLOAD = 80;
+
+// What the phases take: the reset's fixed waits and the version query, and the chip's usual times.
+constexpr Milliseconds RESET_TIME(3250);
+constexpr Milliseconds BURN_TIME(500);  // until the chip's first status is read
+constexpr Milliseconds ERASE_TIME(4000);
+constexpr Milliseconds PROGRAM_TIME(8000);
+constexpr Milliseconds VERIFY_TIME(3000);
+
+// So many per cent make a pace that can be trusted.
+constexpr int PACE_PERCENT = 3;
+
+// The phases of a pass in the order of their work.
+constexpr bbpflash_phase ORDER[] = {
+    BBPFLASH_PHASE_RESET,   BBPFLASH_PHASE_DOWNLOAD, BBPFLASH_PHASE_BURN, BBPFLASH_PHASE_ERASE,
+    BBPFLASH_PHASE_PROGRAM, BBPFLASH_PHASE_VERIFY,   BBPFLASH_PHASE_CHECK};
+
+// The part of a phase of usual length `length` that is over after `time`: even at first, and ever
+// slower when it lasts longer than usual, so that it never comes to its end by itself.
+double ShareOverTime(Milliseconds time, Milliseconds length) {
+    constexpr double EVEN = 0.9;
+    const double share = static_cast<double>(time.count()) / static_cast<double>(length.count());
+    return share <= EVEN ? share : 1 - (1 - EVEN) * std::exp((EVEN - share) / (1 - EVEN));
+}
+
+}  // namespace
+
+void UpdateProgress::Take(const bbpflash_event& event, Milliseconds now) {
+    const bool is_new_pass = event.pass != pass;
+    if (event.phase != phase || is_new_pass) {
+        phase_began = now;
+        last_progress = now;
+    }
+    if (event.phase == BBPFLASH_PHASE_DOWNLOAD && (is_new_pass || event.percent != percent)) {
+        if (is_new_pass || event.percent < percent || first_percent == 0) {
+            first_percent = event.line == BBPFLASH_LINE_PERCENT ? event.percent : 0;
+            first_percent_came = now;
+        }
+        last_percent_came = now;
+        last_progress = now;
+    }
+    phase = event.phase;
+    pass = event.pass;
+    percent = event.percent;
+    is_refused = event.refused != 0;
+}
+
+// As measured, once it can be, or else as expected.
+Milliseconds UpdateProgress::Download() const {
+    const int percents = percent - first_percent;
+    if (phase != BBPFLASH_PHASE_DOWNLOAD || first_percent == 0 || percents < PACE_PERCENT) {
+        return expected_download;
+    }
+    return (last_percent_came - first_percent_came) * LAST_OF_DOWNLOAD / percents;
+}
+
+Milliseconds UpdateProgress::LengthOf(bbpflash_phase of) const {
+    switch (of) {
+        case BBPFLASH_PHASE_RESET:
+            return pass <= 1 ? RESET_TIME : Milliseconds(0);
+        case BBPFLASH_PHASE_CHECK:
+            return RESET_TIME;
+        case BBPFLASH_PHASE_DOWNLOAD:
+            return Download();
+        case BBPFLASH_PHASE_BURN:
+            return BURN_TIME;
+        case BBPFLASH_PHASE_ERASE:
+            return ERASE_TIME;
+        case BBPFLASH_PHASE_PROGRAM:
+            return PROGRAM_TIME;
+        case BBPFLASH_PHASE_VERIFY:
+            return VERIFY_TIME;
+        case BBPFLASH_PHASE_ENDED:
+            break;
+    }
+    return Milliseconds(0);
+}
+
+Milliseconds UpdateProgress::Before(bbpflash_phase until) const {
+    Milliseconds sum(0);
+    for (const bbpflash_phase one : ORDER) {
+        if (one == until) {
+            break;
+        }
+        sum += LengthOf(one);
+    }
+    return sum;
+}
+
+double UpdateProgress::ShareOfPhase(Milliseconds now) const {
+    if (phase == BBPFLASH_PHASE_DOWNLOAD) {
+        return static_cast<double>(first_percent == 0 ? 0 : percent) / LAST_OF_DOWNLOAD;
+    }
+    return ShareOverTime(now - phase_began, LengthOf(phase));
+}
+
+Progress UpdateProgress::At(Milliseconds now) const {
+    Progress progress;
+    progress.pass = pass;
+    progress.percent = percent;
+    progress.elapsed = now;
+    progress.is_refused = is_refused;
+    // The version check before the first pass belongs to its reset.
+    const bool is_before_pass = pass == 0 && phase == BBPFLASH_PHASE_CHECK;
+    progress.phase = is_before_pass ? BBPFLASH_PHASE_RESET : phase;
+    progress.writes_flash = phase == BBPFLASH_PHASE_BURN || phase == BBPFLASH_PHASE_ERASE ||
+                            phase == BBPFLASH_PHASE_PROGRAM || phase == BBPFLASH_PHASE_VERIFY;
+    if (phase == BBPFLASH_PHASE_ENDED) {
+        progress.done = percent == 100 ? 1 : 0;
+        return progress;
+    }
+    const Milliseconds total = Before(BBPFLASH_PHASE_CHECK) + LengthOf(BBPFLASH_PHASE_CHECK);
+    const double length = static_cast<double>(LengthOf(progress.phase).count());
+    const double share = ShareOfPhase(now);
+    const double over = static_cast<double>(Before(progress.phase).count()) + share * length;
+    progress.done = over / static_cast<double>(total.count());
+    progress.remaining = total - Milliseconds(static_cast<long long>(over));
+    if (is_refused) {
+        progress.remaining.reset();
+    }
+    return progress;
+}
+
+}  // namespace tools

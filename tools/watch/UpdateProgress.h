@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef BBPFLASH_TOOLS_WATCH_UPDATEPROGRESS_H
+#define BBPFLASH_TOOLS_WATCH_UPDATEPROGRESS_H
+
+#include <chrono>
+#include <optional>
+
+#include "tools/stream/bbpflash_stream.h"
+
+namespace tools {
+
+using Milliseconds = std::chrono::milliseconds;
+
+// Where an update is at a moment.
+struct Progress {
+    bbpflash_phase phase = BBPFLASH_PHASE_RESET;
+    int pass = 0;     // programming passes begun
+    int percent = 0;  // the updater's own last percentage
+    double done = 0;  // 0 to 1 of this pass in time; it moves while the percentage stands still
+    Milliseconds elapsed{0};
+    std::optional<Milliseconds> remaining;  // of this pass, where there is something to guess from
+    bool is_refused = false;                // the chip's last word is that it rejects the image
+    bool writes_flash = false;              // the chip has the image: power must stay
+};
+
+// Follows an update through its phases and guesses what is left of it: from the pace of the
+// download, and from what the other phases are known to take. All times count from the start.
+class UpdateProgress {
+  public:
+    // `download` is how long the image's download should take.
+    explicit UpdateProgress(Milliseconds download) : expected_download(download) {}
+
+    void Take(const bbpflash_event& event, Milliseconds now);
+
+    Progress At(Milliseconds now) const;
+
+    Milliseconds ExpectedDownload() const { return expected_download; }
+
+    // When the phase that is on began, and when the last line that told of progress came.
+    Milliseconds PhaseBegan() const { return phase_began; }
+    Milliseconds LastProgress() const { return last_progress; }
+
+  private:
+    Milliseconds Download() const;
+    Milliseconds LengthOf(bbpflash_phase phase) const;
+    Milliseconds Before(bbpflash_phase phase) const;
+    double ShareOfPhase(Milliseconds now) const;
+
+    const Milliseconds expected_download;
+    bbpflash_phase phase = BBPFLASH_PHASE_RESET;
+    int pass = 0;
+    int percent = 0;
+    bool is_refused = false;
+    Milliseconds phase_began{0};
+    Milliseconds last_progress{0};
+    int first_percent = 0;  // of this download, for its pace
+    Milliseconds first_percent_came{0};
+    Milliseconds last_percent_came{0};
+};
+
+}  // namespace tools
+
+#endif

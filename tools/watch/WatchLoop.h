@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef BBPFLASH_TOOLS_WATCH_WATCHLOOP_H
+#define BBPFLASH_TOOLS_WATCH_WATCHLOOP_H
+
+#include <chrono>
+
+#include "tools/watch/OutputQueue.h"
+#include "tools/watch/SignalPipe.h"
+#include "tools/watch/UpdaterProcess.h"
+#include "tools/watch/Watch.h"
+
+namespace tools {
+
+// Waits for what happens and tells the watch: bytes, signals, time, the end.
+class WatchLoop {
+  public:
+    // `output` is where reporters write; all of them stay the caller's.
+    WatchLoop(Watch& the_watch, SignalPipe& the_signals, OutputQueue& the_output)
+        : watch(the_watch), signals(the_signals), output(the_output) {}
+
+    // Each returns bbpwatch's exit status: of an updater that is watched until it ends, or of
+    // lines that were read until `descriptor` had no more.
+    int Run(UpdaterProcess& updater);
+    int Read(int descriptor);
+
+  private:
+    Milliseconds Now() const;
+    void Wait(int first, int second);
+    void TakeSignals();
+    void Drain(UpdaterProcess& updater);
+    bool TryToEnd(UpdaterProcess& updater);
+
+    Watch& watch;
+    SignalPipe& signals;
+    OutputQueue& output;
+    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    int request = 0;  // the signal that asks for the end
+};
+
+}  // namespace tools
+
+#endif
