@@ -29,12 +29,13 @@ Shell MakeShell(const std::string& folder) {
     const std::string name = std::filesystem::path(path).filename();
     const std::string home = Get("HOME", "/");
     if (name == "bash") {
-        const std::string start_file = folder + "/bashrc";
+        const std::string start_file = std::filesystem::path(folder) / "bashrc";
         WriteStartFile(start_file, home + "/.bashrc");
         return {{path, "--rcfile", start_file, "-i"}, {}};
     }
     if (name == "zsh") {
-        WriteStartFile(folder + "/.zshrc", Get("ZDOTDIR", home.c_str()) + "/.zshrc");
+        WriteStartFile(std::filesystem::path(folder) / ".zshrc",
+                       Get("ZDOTDIR", home.c_str()) + "/.zshrc");
         return {{path, "-i"}, {{"ZDOTDIR", folder}}};
     }
     return {{path, "-i"}, {{"PS1", std::string(SIGN) + "$ "}}};

@@ -32,7 +32,9 @@ class Message {
     Bytes Build() const {
         const unsigned whole = static_cast<unsigned>(payload_.size() + OVERHEAD);
         const unsigned length = length_ == 0 ? whole : length_;
-        Bytes bytes(PAYLOAD_AT);
+        Bytes bytes;
+        bytes.reserve(whole);
+        bytes.resize(PAYLOAD_AT);
         bytes[SYNC_AT] = bytes[SYNC_AT + 1] = SYNC;
         bytes[COUNT_AT] = static_cast<std::uint8_t>(count_);
         bytes[INSTANCE_AT] = static_cast<std::uint8_t>(instance_);
