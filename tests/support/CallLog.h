@@ -31,7 +31,7 @@ enum class CallKind : std::uint8_t {
     kFopen,       // data: path, result: 0 or errno value
     kFseek,       // argument: offset, detail: whence, result: 0 or -1
     kFtell,       // result: position or -1
-    kFread,       // argument: bytes wanted, result: bytes got
+    kFread,       // data: the bytes got, argument: bytes wanted, detail: at the file's end
     kOutput,      // standard output; data: the bytes written, result: how many were taken
     kLog,         // data: text, argument: opcode, detail: severity
 };
@@ -46,6 +46,7 @@ struct Call {
     std::int64_t argument = 0;
     std::int64_t detail = 0;
     std::int64_t result = 0;
+    int error_before = 0;  // the program's errno when it made the call
     std::size_t data = 0;  // place of the data in the log's storage
     std::size_t size = 0;
     Duration at{};  // virtual time when it was made

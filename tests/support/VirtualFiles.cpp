@@ -12,6 +12,12 @@ namespace {
 constexpr std::size_t kLabelOffset = 925630;
 constexpr std::size_t kLabelSize = 37;
 
+Bytes LabelField(const std::string& label) {
+    Bytes field(label.begin(), label.end());
+    field.resize(kLabelSize, ' ');
+    return field;
+}
+
 }  // namespace
 
 FileContent FileContent::Of(Bytes content) {
@@ -22,11 +28,15 @@ FileContent FileContent::Of(Bytes content) {
 }
 
 FileContent FileContent::WithLabelOnly(const std::string& label) {
-    Bytes field(label.begin(), label.end());
-    field.resize(kLabelSize, ' ');
-    FileContent file = Of(std::move(field));
+    FileContent file = Of(LabelField(label));
     file.base = kLabelOffset;
     file.size = kLabelOffset + kLabelSize;
+    return file;
+}
+
+FileContent FileContent::WithLabelBehindEnd(const std::string& label) const {
+    FileContent file = *this;
+    file.label_behind_end = std::make_shared<const Bytes>(LabelField(label));
     return file;
 }
 
@@ -46,13 +56,28 @@ void VirtualFiles::Put(const std::string& path, std::vector<FileContent> content
     files_[path] = File{std::move(contents), 0};
 }
 
-void VirtualFiles::Replace(const FileContent& content) {
+template <typename Change>
+void VirtualFiles::ChangeImages(Change change) {
     for (auto& [path, file] : files_) {
-        std::fill(file.contents.begin(), file.contents.end(), content);
+        for (FileContent& content : file.contents) {
+            if (content.base == 0) {
+                change(content);
+            }
+        }
     }
     for (auto& stream : streams_) {
-        stream->content = content;
+        if (stream->content.base == 0) {
+            change(stream->content);
+        }
     }
+}
+
+void VirtualFiles::Resize(std::size_t size) {
+    ChangeImages([size](FileContent& content) { content.size = size; });
+}
+
+void VirtualFiles::MakeUnreadableFrom(long offset) {
+    ChangeImages([offset](FileContent& content) { content.unreadable_from = offset; });
 }
 
 void VirtualFiles::Restart() {
@@ -98,6 +123,14 @@ long VirtualFiles::Tell(std::FILE* file) {
 std::size_t VirtualFiles::Read(std::FILE* file, void* to, std::size_t wanted, std::size_t limit) {
     Stream& stream = Of(file);
     const FileContent& content = stream.content;
+    if (content.label_behind_end && stream.position == kLabelOffset &&
+        content.size <= kLabelOffset) {
+        const std::size_t count = std::min({wanted, limit, kLabelSize});
+        std::copy_n(content.label_behind_end->begin(), count, static_cast<std::uint8_t*>(to));
+        stream.position += count;
+        errno = count < std::min(wanted, kLabelSize) ? EIO : errno;
+        return count;
+    }
     const std::size_t left =
         stream.position < content.size ? content.size - stream.position : std::size_t{0};
     std::size_t count = std::min({wanted, limit, left});

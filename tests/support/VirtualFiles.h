@@ -22,10 +22,15 @@ struct FileContent {
     std::size_t size = 0;
     // Reading at this offset or behind it fails with EIO; -1: every byte can be read.
     long unreadable_from = -1;
+    // The label field behind the file's end; null for none.
+    std::shared_ptr<const Bytes> label_behind_end;
 
     static FileContent Of(Bytes content);
     // A file of the least length that has `label` as its version label, and nothing else.
     static FileContent WithLabelOnly(const std::string& label);
+    // This content with a label that is found at its place though the file ends before: a short
+    // image then passes the version check, and the download is short.
+    FileContent WithLabelBehindEnd(const std::string& label) const;
 
     std::uint8_t At(std::size_t offset) const;
     // The whole content.
@@ -37,8 +42,11 @@ class VirtualFiles {
     // The file at `path`, as each stream that is opened on it sees it: the first one opened sees
     // the first content and so on; the last content stays. No content: there is no such file.
     void Put(const std::string& path, std::vector<FileContent> contents);
-    // From now on every open stream and every later one sees this.
-    void Replace(const FileContent& content);
+    // The files whose content begins at offset 0 have this size from now on, for open streams too;
+    // what they have gained is zeros.
+    void Resize(std::size_t size);
+    // In the same files, every byte from this offset on cannot be read any more.
+    void MakeUnreadableFrom(long offset);
 
     // All streams are gone; files count their openings from the start.
     void Restart();
@@ -65,6 +73,8 @@ class VirtualFiles {
         bool at_end = false;
     };
     Stream& Of(std::FILE* file) const;
+    template <typename Change>
+    void ChangeImages(Change change);
 
     std::map<std::string, File, std::less<>> files_;
     std::vector<std::unique_ptr<Stream>> streams_;

@@ -121,6 +121,7 @@ RunResult VirtualHeadUnit::RunPiece(const std::function<int()>& piece) {
     files.Restart();
     result_ = RunResult();
     started_ = unit_.Now();
+    last_pulse_ = started_;
     bus_descriptor_ = -1;
     line_descriptors_.clear();
     next_descriptor_ = STDERR_FILENO + 1;
@@ -130,6 +131,8 @@ RunResult VirtualHeadUnit::RunPiece(const std::function<int()>& piece) {
     OpenStreams();
     Perform(piece);
     EndProgram();
+    // Unbuffered for the program, collected for speed.
+    std::fflush(stderr);
     CloseStreams();
     ResetProgram();
     memory_.ReleaseAll();
@@ -159,14 +162,16 @@ void VirtualHeadUnit::Leave(Outcome outcome) {
 
 void VirtualHeadUnit::Exit(int status) {
     std::fflush(stdout);
-    std::fflush(stderr);
     result_.status = status & 0xFF;
     Leave(Outcome::kExit);
 }
 
 Call& VirtualHeadUnit::Begin(CallKind kind, std::int64_t argument, std::int64_t detail) {
     idle_feofs_ = 0;
+    const int error = errno;
     Call& call = log_.Add(kind, unit_.Now() - started_);
+    call.error_before = error;
+    errno = error;
     call.argument = argument;
     call.detail = detail;
     return call;
@@ -183,7 +188,7 @@ Strike VirtualHeadUnit::Ask(Call& call) {
 
 void VirtualHeadUnit::Pass(Duration time) {
     unit_.Advance(time);
-    if (unit_.Now() - started_ > time_limit_) {
+    if (unit_.Now() - last_pulse_ > time_limit_) {
         Leave(Outcome::kEndless);
     }
 }
@@ -217,6 +222,7 @@ int VirtualHeadUnit::Open(const char* path, int flags) {
 
 long VirtualHeadUnit::Write(int descriptor, const void* bytes, std::size_t size) {
     Call& call = Begin(CallKind::kWriteReset, descriptor, 0);
+    last_pulse_ = unit_.Now();
     log_.Attach(bytes, size);
     const Strike strike = Ask(call);
     call.result = static_cast<std::int64_t>(size);
@@ -294,8 +300,10 @@ int VirtualHeadUnit::Transfer(CallKind kind, int descriptor, void* data, std::si
         result = result != 0 ? result : done;
         if (!is_send && result == 0) {
             std::copy(read.begin(), read.end(), bytes);
-            log_.Attach(bytes, length);
         }
+    }
+    if (!is_send && result == 0) {
+        log_.Attach(bytes, length);
     }
     call.result = result;
     return result;
@@ -304,7 +312,7 @@ int VirtualHeadUnit::Transfer(CallKind kind, int descriptor, void* data, std::si
 unsigned VirtualHeadUnit::Delay(unsigned milliseconds) {
     Call& call = Begin(CallKind::kDelay, milliseconds, 0);
     const Strike strike = Ask(call);
-    const auto left = static_cast<unsigned>(strike.value);
+    const unsigned left = std::min(static_cast<unsigned>(strike.value), milliseconds);
     call.result = left;
     Pass(std::chrono::milliseconds(milliseconds - left));
     return left;
@@ -357,8 +365,10 @@ std::FILE* VirtualHeadUnit::Fopen(const char* path) {
     Call& call = Begin(CallKind::kFopen, 0, 0);
     log_.Attach(path, std::strlen(path));
     const Strike strike = Ask(call);
-    std::FILE* const file = strike.how == Strike::How::kNone ? files.Open(path) : nullptr;
+    // An opening that fails is one all the same: which content comes next does not change.
+    std::FILE* file = files.Open(path);
     if (strike.how != Strike::How::kNone) {
+        file = nullptr;
         errno = strike.error;
     }
     call.result = file != nullptr ? 0 : errno;
@@ -401,6 +411,7 @@ std::size_t VirtualHeadUnit::Fread(void* to, std::size_t wanted, std::FILE* file
     }
     call.result = static_cast<std::int64_t>(got);
     call.detail = files.AtEnd(file) ? 1 : 0;
+    log_.Attach(to, got);
     return got;
 }
 

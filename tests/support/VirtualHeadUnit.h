@@ -83,7 +83,7 @@ class VirtualHeadUnit {
 
     // Not owned; null for none.
     void SetHook(CallHook* hook) { hook_ = hook; }
-    // A run is cut when it still goes on after this time.
+    // A run is cut when it still goes on this long after it last wrote to the reset line.
     void SetTimeLimit(Duration limit) { time_limit_ = limit; }
 
     // Runs the program with these arguments, the command's name first. Every global of the program
@@ -139,6 +139,7 @@ class VirtualHeadUnit {
     std::jmp_buf leave_;
     RunResult result_;
     Duration started_{};
+    Duration last_pulse_{};
     int bus_descriptor_ = -1;
     std::vector<int> line_descriptors_;
     int next_descriptor_ = 0;

@@ -1,0 +1,416 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/fault/Catalogue.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace fault {
+
+namespace {
+
+using sim::Action;
+using sim::Event;
+using virt::CallKind;
+using virt::Strike;
+using How = Strike::How;
+
+constexpr int kForEver = -1;
+constexpr int kBusErrors[] = {EIO, ETIMEDOUT, ENXIO, EBUSY, EINTR, EPERM};
+constexpr unsigned kRead = 65;  // bytes
+
+bool IsBus(CallKind kind) {
+    return kind == CallKind::kLock || kind == CallKind::kUnlock || kind == CallKind::kSend ||
+           kind == CallKind::kReceive || kind == CallKind::kSetSpeed;
+}
+
+bool IsMemory(CallKind kind) {
+    return kind == CallKind::kMemalign || kind == CallKind::kNewObject ||
+           kind == CallKind::kNewStorage;
+}
+
+bool IsFile(CallKind kind) {
+    return kind == CallKind::kFopen || kind == CallKind::kFseek || kind == CallKind::kFtell ||
+           kind == CallKind::kFread;
+}
+
+Strike Make(How how, int error = 0, long value = 0) {
+    Strike strike;
+    strike.how = how;
+    strike.error = error;
+    strike.value = value;
+    return strike;
+}
+
+CallFault At(const Catalogue::Place& place, const Strike& strike, int times = 1) {
+    return CallFault{place.kind, place.index, strike, times, FileAction::kNone, 0};
+}
+
+sim::Fault Unit(Event event, unsigned nth, Action action, unsigned value = 0,
+                std::size_t offset = 0, unsigned times = 1) {
+    sim::Fault fault;
+    fault.event = event;
+    fault.nth = nth;
+    fault.action = action;
+    fault.value = value;
+    fault.offset = offset;
+    fault.times = times;
+    return fault;
+}
+
+// The plainest way in which a call fails.
+Strike Plain(const Catalogue::Place& place) {
+    switch (place.kind) {
+        case CallKind::kOutput:
+            return Make(How::kFail, ENOSPC);
+        case CallKind::kDelay:
+            return Make(How::kValue, 0, 1);
+        case CallKind::kUsleep:
+            return Make(How::kFail, EINTR);
+        case CallKind::kFopen:
+        case CallKind::kOpen:
+            return Make(How::kFail, EACCES);
+        default:
+            return IsMemory(place.kind)
+                       ? Make(How::kFail, ENOMEM)
+                       : Make(How::kFail, kBusErrors[static_cast<std::size_t>(place.index) %
+                                                     std::size(kBusErrors)]);
+    }
+}
+
+Kind KindOf(CallKind kind) {
+    return IsBus(kind)                 ? Kind::kBus
+           : IsMemory(kind)            ? Kind::kMemory
+           : IsFile(kind)              ? Kind::kFile
+           : kind == CallKind::kOutput ? Kind::kOutput
+                                       : Kind::kLine;
+}
+
+}  // namespace
+
+Catalogue::Catalogue(const Scenario& scenario)
+    : image_size_(static_cast<long>(scenario.Image().size())) {
+    virt::VirtualHeadUnit unit(scenario.Chip());
+    scenario.PutFiles(unit.files);
+    unit.SetTimeLimit(scenario.TimeLimit());
+    unit.Run(scenario.Arguments());
+    int index = 0;
+    for (const virt::Call& call : unit.Log().Calls()) {
+        places_.push_back(
+            {call.kind, index++, static_cast<long>(call.argument), static_cast<long>(call.size)});
+        if (call.kind == CallKind::kSend) {
+            writes_.push_back(call.size);
+        }
+    }
+    const sim::Report report = unit.Unit().GetReport();
+    reads_ = report.reads;
+    segments_ = report.segments;
+    polls_ = report.polls;
+    resets_ = report.resets;
+    burns_ = report.burns;
+}
+
+void Catalogue::ForEach(Kind kind, const Visit& visit) const {
+    switch (kind) {
+        case Kind::kBus:
+            return ForEachBusFault(visit);
+        case Kind::kReply:
+            return ForEachReplyFault(visit);
+        case Kind::kChip:
+            return ForEachChipFault(visit);
+        case Kind::kFile:
+            return ForEachFileFault(visit);
+        case Kind::kMemory:
+            return ForEachMemoryFault(visit);
+        case Kind::kOutput:
+            return ForEachOutputFault(visit);
+        case Kind::kLine:
+            return ForEachLineFault(visit);
+        case Kind::kPair:
+            return ForEachPair(visit);
+    }
+}
+
+void Catalogue::ForEachCallOnce(const Visit& visit) const {
+    for (const Place& place : places_) {
+        for (const int times : {1, kForEver}) {
+            visit(Injection::Of(KindOf(place.kind), At(place, Plain(place), times)));
+        }
+    }
+}
+
+void Catalogue::ForEachBusFault(const Visit& visit) const {
+    for (const Place& place : places_) {
+        if (!IsBus(place.kind)) {
+            continue;
+        }
+        for (const int error : kBusErrors) {
+            for (const How how : {How::kFail, How::kAfter}) {
+                for (const int times : {1, 2, 5, kForEver}) {
+                    visit(Injection::Of(Kind::kBus, At(place, Make(how, error), times)));
+                }
+            }
+        }
+        if (place.kind == CallKind::kLock) {
+            visit(Injection::Of(Kind::kBus, At(place, Make(How::kBlock))));
+        } else {
+            // Reported as done, and not done.
+            for (const int times : {1, kForEver}) {
+                visit(Injection::Of(Kind::kBus, At(place, Make(How::kValue), times)));
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachReplyFault(const Visit& visit) const {
+    for (unsigned nth = 1; nth <= reads_; ++nth) {
+        for (const unsigned times : {1U, sim::FOR_EVER}) {
+            const auto change = [&](Action action, unsigned value = 0, std::size_t offset = 0) {
+                visit(Injection::Of(Kind::kReply,
+                                    Unit(Event::Read, nth, action, value, offset, times)));
+            };
+            for (const Action action : {Action::AllZero, Action::AllOnes, Action::PreviousReply,
+                                        Action::OtherReply, Action::WrongChecksum}) {
+                change(action);
+            }
+            for (unsigned bit = 0; bit < 8 * kRead; ++bit) {
+                change(Action::FlipBit, bit % 8, bit / 8);
+            }
+            for (unsigned value = 0; value < 256; ++value) {
+                change(Action::CountByte, value);
+                change(Action::StatusByte, value);
+                change(Action::ProgramStatus, value);
+            }
+            for (unsigned value = 0; value < 80; ++value) {
+                change(Action::LengthField, value);
+            }
+            for (unsigned value = 80; value < 65536; value += 251) {
+                change(Action::LengthField, value);
+            }
+            for (std::size_t offset = 1; offset < 30; ++offset) {
+                for (const unsigned value : {0x00U, 0x01U, 0x20U, 0x5AU, 0xFFU}) {
+                    change(Action::SetByte, value, offset);
+                }
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachChipFault(const Visit& visit) const {
+    ForEachTransferCut(visit);
+    ForEachBurnFault(visit);
+    const auto happen = [&](const sim::Fault& fault) { visit(Injection::Of(Kind::kChip, fault)); };
+    for (const unsigned times : {1U, 2U, sim::FOR_EVER}) {
+        for (unsigned nth = 1; nth <= segments_; ++nth) {
+            happen(Unit(Event::Segment, nth, Action::RefuseSegment, 0, 0, times));
+            happen(Unit(Event::Segment, nth, Action::ForgetSegment, 0, 0, times));
+        }
+        for (unsigned nth = 1; nth <= resets_; ++nth) {
+            happen(Unit(Event::Reset, nth, Action::NeverReady, 0, 0, times));
+            happen(Unit(Event::Reset, nth, Action::DeadLine, 0, 0, times));
+            happen(Unit(Event::Raise, nth, Action::DeadLine, 0, 0, times));
+            for (const unsigned start : {0U, 1300U, 2999U, 3000U, 3001U, 3006U, 3400U, 9000U}) {
+                happen(Unit(Event::Reset, nth, Action::SlowStart, start, 0, times));
+            }
+        }
+    }
+    for (unsigned nth = 1; nth <= polls_; ++nth) {
+        for (const unsigned times : {1U, 2U, 3U, 7U, 12U, sim::FOR_EVER}) {
+            happen(Unit(Event::Poll, nth, Action::Busy, 0, 0, times));
+        }
+    }
+}
+
+// The chip restarts, or its power goes, before, inside and after each transfer.
+void Catalogue::ForEachTransferCut(const Visit& visit) const {
+    const auto cut = [&](Event event, unsigned nth, std::size_t offset) {
+        for (const Action action : {Action::Restart, Action::PowerLoss}) {
+            visit(Injection::Of(Kind::kChip, Unit(event, nth, action, 0, offset)));
+        }
+    };
+    for (unsigned nth = 1; nth <= writes_.size(); ++nth) {
+        const std::size_t size = writes_[nth - 1];
+        const std::size_t step = size <= 128 ? 1 : 61;
+        for (std::size_t offset = 0; offset < size; offset += offset < 16 ? 1 : step) {
+            cut(Event::Write, nth, offset);
+        }
+        cut(Event::Write, nth, sim::AFTER_THE_TRANSFER);
+    }
+    for (unsigned nth = 1; nth <= reads_; ++nth) {
+        for (std::size_t offset = 0; offset < kRead; ++offset) {
+            cut(Event::Read, nth, offset);
+        }
+        cut(Event::Read, nth, sim::AFTER_THE_TRANSFER);
+    }
+}
+
+void Catalogue::ForEachBurnFault(const Visit& visit) const {
+    for (unsigned nth = 1; nth <= burns_; ++nth) {
+        for (const unsigned times : {1U, sim::FOR_EVER}) {
+            const auto happen = [&](Action action, unsigned value) {
+                visit(Injection::Of(Kind::kChip, Unit(Event::Burn, nth, action, value, 0, times)));
+            };
+            happen(Action::RejectImage, 0);
+            happen(Action::VerifyFails, 0);
+            for (unsigned per_cent = 0; per_cent <= 100; ++per_cent) {
+                happen(Action::DieErasing, per_cent);
+                happen(Action::DieProgramming, per_cent);
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachFileFault(const Visit& visit) const {
+    const auto happen = [&](const CallFault& fault) { visit(Injection::Of(Kind::kFile, fault)); };
+    std::vector<long> lengths = {0,        1,         2033,      2034,      26843545,
+                                 26843546, 133363723, 133363724, 2147483647};
+    if (std::numeric_limits<long>::max() > 2147483647) {
+        lengths.push_back(std::numeric_limits<long>::max());
+    }
+    for (const Place& place : places_) {
+        const auto fail = [&](const Strike& strike) {
+            for (const int times : {1, 2, kForEver}) {
+                happen(At(place, strike, times));
+            }
+        };
+        if (place.kind == CallKind::kFopen || place.kind == CallKind::kFseek ||
+            place.kind == CallKind::kFtell) {
+            for (const int error : {EACCES, ENOENT, EIO, EMFILE, ENOMEM}) {
+                fail(Make(How::kFail, error));
+            }
+        }
+        if (place.kind == CallKind::kFtell) {
+            for (const long length : lengths) {
+                fail(Make(How::kValue, 0, length));
+            }
+        } else if (place.kind == CallKind::kFread) {
+            for (const long limit : {0L, 1L, 13L, place.size / 2, place.size - 1}) {
+                fail(Make(How::kLimit, EIO, limit));
+            }
+        }
+        // The file changes, or the disk goes bad, just before any call after its first opening.
+        if (IsFile(place.kind) || place.kind == CallKind::kSend ||
+            place.kind == CallKind::kReceive) {
+            for (const long change : {-5000L, -2035L, -100L, -1L, 1L, 13L, 2034L, 2035L, 5000L}) {
+                const long size = std::max(0L, image_size_ + change);
+                happen({place.kind, place.index, {}, 1, FileAction::kResize, size});
+            }
+            for (long eighth = 0; eighth < 8; ++eighth) {
+                happen({place.kind,
+                        place.index,
+                        {},
+                        1,
+                        FileAction::kUnreadableFrom,
+                        image_size_ * eighth / 8 + eighth});
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachMemoryFault(const Visit& visit) const {
+    for (const Place& place : places_) {
+        if (IsMemory(place.kind)) {
+            for (const int times : {1, 2, 3, kForEver}) {
+                visit(Injection::Of(Kind::kMemory, At(place, Make(How::kFail, ENOMEM), times)));
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachOutputFault(const Visit& visit) const {
+    for (const Place& place : places_) {
+        if (place.kind != CallKind::kOutput) {
+            continue;
+        }
+        for (const long taken : {0L, 1L, place.size / 2, place.size - 1}) {
+            visit(Injection::Of(Kind::kOutput, At(place, Make(How::kLimit, EPIPE, taken))));
+            for (const int error : {ENOSPC, EIO, EFBIG}) {
+                for (const int times : {1, 2, 3, kForEver}) {
+                    visit(Injection::Of(Kind::kOutput,
+                                        At(place, Make(How::kLimit, error, taken), times)));
+                }
+            }
+        }
+    }
+}
+
+void Catalogue::ForEachLineFault(const Visit& visit) const {
+    for (const Place& place : places_) {
+        const auto happen = [&](const Strike& strike) {
+            for (const int times : {1, 2, kForEver}) {
+                visit(Injection::Of(Kind::kLine, At(place, strike, times)));
+            }
+        };
+        switch (place.kind) {
+            case CallKind::kOpen:
+                for (const int error : {EACCES, ENOENT, EBUSY, EMFILE, EINTR}) {
+                    happen(Make(How::kFail, error));
+                }
+                happen(Make(How::kValue, 0, 0));
+                break;
+            case CallKind::kWriteReset:
+                for (const int error : {EIO, EPERM, EAGAIN}) {
+                    happen(Make(How::kFail, error));
+                    happen(Make(How::kAfter, error));
+                }
+                happen(Make(How::kValue, 0, 0));
+                break;
+            case CallKind::kDelay:
+                for (const long left : {1L, 2L, place.argument / 2, place.argument}) {
+                    happen(Make(How::kValue, 0, left));
+                }
+                break;
+            case CallKind::kUsleep:
+                happen(Make(How::kFail, EINTR));
+                break;
+            case CallKind::kLog:
+                happen(Make(How::kFail, EIO));
+                break;
+            default:
+                break;
+        }
+    }
+}
+
+// One of each sort for the second place of a pair: they meet what the first has left.
+std::vector<Injection> Catalogue::Typical() const {
+    std::vector<Injection> typical;
+    const auto add = [&](const sim::Fault& fault) {
+        typical.push_back(Injection::Of(Kind::kChip, fault));
+    };
+    for (unsigned nth = 1; nth <= reads_; ++nth) {
+        add(Unit(Event::Read, nth, Action::WrongChecksum));
+        add(Unit(Event::Read, nth, Action::PreviousReply));
+        add(Unit(Event::Read, nth, Action::StatusByte, 0x03));
+        add(Unit(Event::Read, nth, Action::Restart, 0, sim::AFTER_THE_TRANSFER));
+    }
+    for (unsigned nth = 1; nth <= writes_.size(); ++nth) {
+        add(Unit(Event::Write, nth, Action::Restart, 0, 7));
+        add(Unit(Event::Write, nth, Action::PowerLoss, 0, sim::AFTER_THE_TRANSFER));
+    }
+    for (unsigned nth = 1; nth <= polls_; ++nth) {
+        add(Unit(Event::Poll, nth, Action::Busy, 0, 0, 3));
+    }
+    add(Unit(Event::Burn, 1, Action::VerifyFails));
+    add(Unit(Event::Burn, 1, Action::DieErasing, 50));
+    add(Unit(Event::Reset, 2, Action::SlowStart, 3003));
+    return typical;
+}
+
+void Catalogue::ForEachPair(const Visit& visit) const {
+    const std::vector<Injection> typical = Typical();
+    for (std::size_t i = 0; i < places_.size(); ++i) {
+        const Place& first = places_[i];
+        const Injection one = Injection::Of(KindOf(first.kind), At(first, Plain(first)));
+        for (std::size_t j = i + 1; j < places_.size(); ++j) {
+            const Place& second = places_[j];
+            visit(Injection::Pair(one,
+                                  Injection::Of(KindOf(second.kind), At(second, Plain(second)))));
+        }
+        for (const Injection& other : typical) {
+            visit(Injection::Pair(one, other));
+        }
+    }
+}
+
+}  // namespace fault

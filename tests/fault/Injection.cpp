@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/fault/Injection.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+namespace fault {
+
+namespace {
+
+constexpr std::array<std::string_view, kKinds> kKindNames = {"bus",    "reply",  "chip", "file",
+                                                             "memory", "output", "line", "pair"};
+
+constexpr std::array<std::string_view, 6> kHows = {"none",  "fail",  "after",
+                                                   "value", "limit", "block"};
+constexpr std::array<std::string_view, 3> kFileActions = {"none", "resize", "unreadable"};
+
+constexpr std::array<std::string_view, 11> kEvents = {"write",   "read",      "segment", "poll",
+                                                      "version", "unprotect", "burn",    "reset",
+                                                      "raise",   "lock",      "unlock"};
+
+constexpr std::array<std::string_view, 28> kActions = {
+    "fail",         "fail_after",  "nak",       "restart",     "power_loss",
+    "never_grant",  "lose",        "dead_line", "flip",        "byte",
+    "count",        "length",      "zeros",     "ones",        "previous",
+    "other",        "checksum",    "status",    "program",     "refuse",
+    "forget",       "busy",        "reject",    "die_erasing", "die_programming",
+    "verify_fails", "never_ready", "slow_start"};
+
+template <typename Names>
+std::size_t IndexOf(const Names& names, const std::string& name) {
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end()) {
+        throw std::invalid_argument("no fault: " + name);
+    }
+    return static_cast<std::size_t>(found - names.begin());
+}
+
+template <typename Enumeration, typename Names>
+Enumeration ValueOf(const Names& names, const std::string& name) {
+    return static_cast<Enumeration>(IndexOf(names, name));
+}
+
+template <typename Enumeration, typename Names>
+std::string_view Named(const Names& names, Enumeration value) {
+    return names[static_cast<std::size_t>(value)];
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) {
+        parts.push_back(part);
+    }
+    return parts;
+}
+
+virt::CallKind CallKindOf(const std::string& name) {
+    for (std::size_t i = 0; i < virt::kCallKinds; ++i) {
+        if (virt::NameOf(static_cast<virt::CallKind>(i)) == name) {
+            return static_cast<virt::CallKind>(i);
+        }
+    }
+    throw std::invalid_argument("no call: " + name);
+}
+
+std::string NameOfCall(const CallFault& fault) {
+    std::ostringstream name;
+    name << virt::NameOf(fault.kind) << '@' << fault.index << ':';
+    if (fault.action != FileAction::kNone) {
+        name << Named(kFileActions, fault.action) << ':' << fault.size;
+    } else {
+        name << Named(kHows, fault.strike.how) << ':' << fault.strike.error << ':'
+             << fault.strike.value << ':' << fault.times;
+    }
+    return name.str();
+}
+
+std::string NameOfUnit(const sim::Fault& fault) {
+    std::ostringstream name;
+    name << Named(kEvents, fault.event) << '#' << fault.nth << ':' << Named(kActions, fault.action)
+         << ':' << fault.value << ':' << static_cast<long>(fault.offset) << ':' << fault.times;
+    return name.str();
+}
+
+CallFault CallOf(const std::string& kind, const std::vector<std::string>& parts) {
+    CallFault fault{CallKindOf(kind), std::stoi(parts.at(0)), {}, 1, FileAction::kNone, 0};
+    if (parts.size() == 3) {
+        fault.action = ValueOf<FileAction>(kFileActions, parts[1]);
+        fault.size = std::stol(parts[2]);
+        return fault;
+    }
+    fault.strike.how = ValueOf<virt::Strike::How>(kHows, parts.at(1));
+    fault.strike.error = std::stoi(parts.at(2));
+    fault.strike.value = std::stol(parts.at(3));
+    fault.times = std::stoi(parts.at(4));
+    return fault;
+}
+
+sim::Fault UnitOf(const std::string& event, const std::vector<std::string>& parts) {
+    sim::Fault fault;
+    fault.event = ValueOf<sim::Event>(kEvents, event);
+    fault.nth = static_cast<unsigned>(std::stoul(parts.at(0)));
+    fault.action = ValueOf<sim::Action>(kActions, parts.at(1));
+    fault.value = static_cast<unsigned>(std::stoul(parts.at(2)));
+    fault.offset = static_cast<std::size_t>(std::stol(parts.at(3)));
+    fault.times = static_cast<unsigned>(std::stoul(parts.at(4)));
+    return fault;
+}
+
+Fault FaultOf(const std::string& name) {
+    const std::size_t mark = name.find_first_of("@#");
+    if (mark == std::string::npos) {
+        throw std::invalid_argument("no fault: " + name);
+    }
+    const std::string what = name.substr(0, mark);
+    const std::vector<std::string> parts = Split(name.substr(mark + 1), ':');
+    const bool is_call = name[mark] == '@';
+    return is_call ? Fault{true, CallOf(what, parts), {}}
+                   : Fault{false, CallFault{}, UnitOf(what, parts)};
+}
+
+}  // namespace
+
+const char* NameOf(Kind kind) {
+    return Named(kKindNames, kind).data();
+}
+
+Injection Injection::Of(Kind kind, const CallFault& call) {
+    return Injection{kind, 1, {Fault{true, call, {}}, Fault{}}};
+}
+
+Injection Injection::Of(Kind kind, const sim::Fault& unit) {
+    return Injection{kind, 1, {Fault{false, {}, unit}, Fault{}}};
+}
+
+Injection Injection::Pair(const Injection& first, const Injection& second) {
+    return Injection{Kind::kPair, 2, {first.faults[0], second.faults[0]}};
+}
+
+std::string Injection::Name() const {
+    std::string name;
+    for (int i = 0; i < count; ++i) {
+        const Fault& fault = faults[static_cast<std::size_t>(i)];
+        name += i > 0 ? "+" : "";
+        name += fault.is_call ? NameOfCall(fault.call) : NameOfUnit(fault.unit);
+    }
+    return name;
+}
+
+Injection Injection::Of(const std::string& name) {
+    Injection injection{Kind::kPair, 0, {}};
+    for (const std::string& part : Split(name, '+')) {
+        injection.faults.at(static_cast<std::size_t>(injection.count++)) = FaultOf(part);
+    }
+    return injection;
+}
+
+std::vector<sim::Fault> Injection::UnitFaults() const {
+    std::vector<sim::Fault> unit;
+    for (int i = 0; i < count; ++i) {
+        const Fault& fault = faults[static_cast<std::size_t>(i)];
+        if (!fault.is_call) {
+            unit.push_back(fault.unit);
+        }
+    }
+    return unit;
+}
+
+InjectionHook::InjectionHook(const Injection& injection, virt::VirtualFiles& files)
+    : files_(files) {
+    for (int i = 0; i < injection.count; ++i) {
+        const Fault& fault = injection.faults[static_cast<std::size_t>(i)];
+        if (fault.is_call) {
+            armed_.push_back({fault.call, fault.call.times});
+        }
+    }
+}
+
+virt::Strike InjectionHook::OnCall(const virt::Call& call, int index, int /*nth*/) {
+    for (Armed& armed : armed_) {
+        const CallFault& fault = armed.fault;
+        if (call.kind != fault.kind || index < fault.index || armed.left == 0) {
+            continue;
+        }
+        ++hits_;
+        armed.left -= armed.left > 0 ? 1 : 0;
+        if (fault.action == FileAction::kNone) {
+            return fault.strike;
+        }
+        if (fault.action == FileAction::kResize) {
+            files_.Resize(static_cast<std::size_t>(fault.size));
+        } else {
+            files_.MakeUnreadableFrom(fault.size);
+        }
+    }
+    return {};
+}
+
+}  // namespace fault

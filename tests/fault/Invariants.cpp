@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+// What must hold for every run, in few words and without the reference's knowledge of the protocol.
+#include <algorithm>
+#include <string_view>
+
+#include "sim/ChipModel.h"
+#include "tests/fault/Runner.h"
+
+namespace fault {
+
+namespace {
+
+using virt::RunResult;
+
+constexpr std::string_view kName = "bbpflash";
+constexpr std::uint8_t kErased = 0xFF;
+
+bool EndsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+bool StartsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+// Whether standard output has lost something.
+bool HasLostOutput(const virt::CallLog& log) {
+    const auto& calls = log.Calls();
+    return std::any_of(calls.begin(), calls.end(), [](const virt::Call& call) {
+        return call.kind == virt::CallKind::kOutput &&
+               call.result < static_cast<std::int64_t>(call.size);
+    });
+}
+
+bool AnyCall(const virt::CallLog& log, virt::CallKind kind, bool failed) {
+    const auto& calls = log.Calls();
+    return std::any_of(calls.begin(), calls.end(), [&](const virt::Call& call) {
+        return call.kind == kind && (call.result != 0) == failed;
+    });
+}
+
+bool IsPercentage(std::string_view line) {
+    return !line.empty() && line.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// One line of the documented output: the protocol's, a message, or a part of a dump.
+bool IsKnownLine(std::string_view line) {
+    if (IsPercentage(line) || line == "DONE" || line == "ERROR" || line.empty() ||
+        line[0] == '\t' || StartsWith(line, "I2C message chunk, ") || StartsWith(line, " @") ||
+        StartsWith(line, " (l = ") || StartsWith(line, " (t = ") || StartsWith(line, " (v = ")) {
+        return true;
+    }
+    if (!StartsWith(line, kName)) {
+        return false;
+    }
+    const std::string_view rest = line.substr(kName.size());
+    return StartsWith(rest, " MSG: ") || StartsWith(rest, " CRITICAL: ") ||
+           StartsWith(rest, " ERROR: ") || StartsWith(rest, " WRN: ") || StartsWith(rest, " INF: ");
+}
+
+// The percentages rise to 80 in a download, each at most once; the chip's phases follow in whatever
+// order it takes them; 99 closes the pass and comes once.
+class Percentages {
+  public:
+    bool Take(int value) {
+        if (value == 100) {
+            // Before DONE; none is left open.
+            return !in_pass_;
+        }
+        if (value >= 1 && value <= 80) {
+            const bool rises = value > last_ || !in_pass_ || phases_;
+            last_ = value;
+            in_pass_ = true;
+            phases_ = false;
+            return rises;
+        }
+        const bool known = value == 85 || value == 90 || value == 95 || value == 99;
+        const bool in_order = in_pass_ && last_ == 80;
+        phases_ = true;
+        if (value == 99) {
+            in_pass_ = false;
+            phases_ = false;
+            last_ = 0;
+        }
+        return known && in_order;
+    }
+
+  private:
+    bool in_pass_ = false;
+    bool phases_ = false;
+    int last_ = 0;
+};
+
+std::string CheckLines(const RunResult& result, bool check_order) {
+    if (!result.out.empty() && result.out.back() != '\n') {
+        return "standard output ends within a line";
+    }
+    Percentages percentages;
+    std::string_view rest = result.out;
+    while (!rest.empty()) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(line.size() + 1);
+        if (!IsKnownLine(line)) {
+            return "no line of the output's grammar: " + std::string(line);
+        }
+        if (check_order && IsPercentage(line) && !percentages.Take(std::stoi(std::string(line)))) {
+            return "a percentage out of order: " + std::string(line);
+        }
+    }
+    return "";
+}
+
+// A fault that makes the file's length a lie, or what the chip says.
+bool Falsifies(const Injection& injection, virt::CallKind kind) {
+    return std::any_of(injection.faults.begin(), injection.faults.begin() + injection.count,
+                       [kind](const Fault& fault) {
+                           return fault.is_call && (fault.call.kind == kind ||
+                                                    fault.call.action != FileAction::kNone);
+                       });
+}
+
+bool ChangesReplies(const Injection& injection) {
+    return std::any_of(
+        injection.faults.begin(), injection.faults.begin() + injection.count,
+        [](const Fault& fault) { return !fault.is_call && sim::ChangesReply(fault.unit.action); });
+}
+
+std::string CheckOutput(const Injection& injection, const virt::CallLog& log,
+                        const RunResult& result, const Facts& facts) {
+    // A text that a fault has put into a reply is shown as it is, line ends and all; an end that
+    // flushes nothing cuts where the buffer was full.
+    if (HasLostOutput(log) || ChangesReplies(injection) || result.outcome != Outcome::kExit) {
+        return "";
+    }
+    const bool honest_length = !Falsifies(injection, virt::CallKind::kFtell) &&
+                               !Falsifies(injection, virt::CallKind::kFread);
+    return CheckLines(result, facts.status_mode && honest_length);
+}
+
+// After a fatal message nothing goes to the chip, but on a bus that was opened as descriptor 0.
+std::string CheckSilence(const virt::CallLog& log) {
+    bool fatal = false;
+    for (const virt::Call& call : log.Calls()) {
+        if (call.kind == virt::CallKind::kLog && call.detail == 1) {
+            fatal = log.Data(call).find("\"Success\" (0)") == std::string_view::npos ||
+                    log.Data(call).find("opening /dev/i2c1") == std::string_view::npos;
+        }
+        const bool reaches = call.kind == virt::CallKind::kSend ||
+                             call.kind == virt::CallKind::kReceive ||
+                             call.kind == virt::CallKind::kWriteReset;
+        if (fatal && reaches) {
+            return "after a fatal message: " + Describe(log, call);
+        }
+    }
+    return "";
+}
+
+// What the chip holds at the end.
+std::string CheckFlash(const Injection& injection, const sim::ChipModel& chip,
+                       const RunResult& result, const Facts& facts) {
+    const std::vector<std::uint8_t>& flash = chip.Flash();
+    const bool succeeded = result.outcome == Outcome::kExit && result.status == 0;
+    const bool truthful = !ChangesReplies(injection);
+    if (succeeded && facts.passes > 0 && truthful && flash != facts.image) {
+        return "success, and the chip does not hold the image";
+    }
+    if (succeeded && !facts.info_only &&
+        (!facts.version_known || !facts.label_known || facts.version != facts.label)) {
+        return "success, and the version is not the label's";
+    }
+    if (chip.Burns() == 0 && (!flash.empty() || chip.Version() == sim::LOADER_VERSION)) {
+        return "the flash was touched without a whole download";
+    }
+    for (std::size_t i = 0; i < flash.size() && i < facts.image.size(); ++i) {
+        if (flash[i] != facts.image[i] && flash[i] != kErased) {
+            return "the flash holds a byte that is not the image's, at " + std::to_string(i);
+        }
+    }
+    return "";
+}
+
+// A chip that erases has got the whole file, byte for byte.
+std::string CheckBurns(const Scenario& scenario, const Injection& injection,
+                       const sim::ChipModel& chip, const Facts& facts) {
+    const bool honest_file = !Falsifies(injection, virt::CallKind::kFtell) &&
+                             !Falsifies(injection, virt::CallKind::kFread);
+    if (chip.Burns() == 0 || !honest_file || chip.Flash().empty()) {
+        return "";
+    }
+    return facts.image == scenario.Image() || facts.whole_downloads > 0
+               ? ""
+               : "the chip has burned a download that was not whole";
+}
+
+}  // namespace
+
+std::string OutcomeOf(const virt::CallLog& log, const RunResult& result) {
+    switch (result.outcome) {
+        case Outcome::kExit:
+            break;
+        case Outcome::kOtherException:
+            return "";
+        case Outcome::kBadAlloc:
+            return AnyCall(log, virt::CallKind::kNewStorage, true) ? NameOf(result.outcome) : "";
+        default:
+            return NameOf(result.outcome);
+    }
+    if (HasLostOutput(log)) {
+        return result.status <= 1 ? "lines lost" : "";
+    }
+    switch (result.status) {
+        case 0:
+            return EndsWith(result.out, "ERROR\n") ? "" : "success";
+        case 1:
+            if (EndsWith(result.out, "\nERROR\n")) {
+                return "ERROR";
+            }
+            return result.out.find("ERROR: Please try") != std::string::npos ? "hint" : "";
+        case 255:
+            return result.out.empty() || EndsWith(result.out, "options end =============\n")
+                       ? "no message object"
+                       : "";
+        default:
+            return "";
+    }
+}
+
+std::string Violation(const Scenario& scenario, const Injection& injection,
+                      virt::VirtualHeadUnit& unit, const RunResult& result, const Facts& facts) {
+    const sim::ChipModel& chip = unit.Unit().Chip();
+    for (const std::string& found :
+         {CheckOutput(injection, unit.Log(), result, facts), CheckSilence(unit.Log()),
+          CheckFlash(injection, chip, result, facts),
+          CheckBurns(scenario, injection, chip, facts)}) {
+        if (!found.empty()) {
+            return found;
+        }
+    }
+    return unit.MemoryBlocks() == 0 ? "" : "the run's memory was not given back";
+}
+
+}  // namespace fault
