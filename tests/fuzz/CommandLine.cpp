@@ -5,7 +5,9 @@
 
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
+#include "tests/fuzz/Require.h"
 #include "tests/fuzz/Surroundings.h"
+#include "tools/stream/UpdaterOptions.h"
 
 extern "C" int bbpflash_main(int argc, char** argv);
 
@@ -101,6 +103,10 @@ class DeadBus : public fuzz::Surroundings {
         Require(g_options[OPTION_INFO_ONLY] == expected.info, "-i");
         Require(g_options[OPTION_STATUS] == expected.status, "-s");
         Require(filename == words_.back(), "the last argument is the image's path");
+        const tools::UpdaterOptions others = tools::ParseUpdaterOptions(words_);
+        Require(others.force == expected.force && others.info_only == expected.info &&
+                    others.status == expected.status && others.image == filename,
+                "what watches the updater reads its command line as it does");
         reached_ = true;
         return 5;
     }

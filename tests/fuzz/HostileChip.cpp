@@ -14,6 +14,8 @@
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
+#include "tests/fuzz/LabelModel.h"
+#include "tests/fuzz/Require.h"
 #include "tests/fuzz/Surroundings.h"
 
 extern "C" int bbpflash_main(int argc, char** argv);
@@ -48,8 +50,6 @@ const std::size_t CHUNK_HEADER = 16;
 const std::size_t READ_SIZE = 65;
 const std::size_t LM_SIZE = 2048;
 const std::size_t OVERHEAD = 13;  // header and checksum of a logical message
-const std::size_t LABEL_OFFSET = 925630;
-const std::size_t LABEL_SIZE = 37;
 
 // Round the ends of the first and the second segment.
 const std::size_t IMAGE_SIZES[] = {0, 1, 2033, 2034, 2035, 4068, 4069, 5000};
@@ -116,8 +116,8 @@ class HostileChip : public fuzz::Surroundings {
     std::size_t ImageSize() const override { return IMAGE_SIZES[(flags_ & IMAGE) >> 2]; }
 
     std::size_t ReadImage(std::size_t offset, char* to, std::size_t size) const override {
-        if (offset >= LABEL_OFFSET) {
-            return ReadLabel(offset - LABEL_OFFSET, to, size);
+        if (offset >= fuzz::LABEL_OFFSET) {
+            return ReadLabel(offset - fuzz::LABEL_OFFSET, to, size);
         }
         const std::size_t count = std::min(size, ImageSize() - std::min(offset, ImageSize()));
         if (count > 0) {
@@ -232,9 +232,10 @@ class HostileChip : public fuzz::Surroundings {
     }
 
     static std::size_t ReadLabel(std::size_t offset, char* to, std::size_t size) {
-        const std::size_t count = std::min(size, LABEL_SIZE - std::min(offset, LABEL_SIZE));
+        const std::size_t count =
+            std::min(size, fuzz::LABEL_SIZE - std::min(offset, fuzz::LABEL_SIZE));
         std::string label(MATCHING_LABEL);
-        label.resize(LABEL_SIZE, ' ');
+        label.resize(fuzz::LABEL_SIZE, ' ');
         std::memcpy(to, label.data() + offset, count);
         return count;
     }

@@ -14,6 +14,7 @@
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
+#include "tests/fuzz/Require.h"
 
 namespace fuzz {
 
@@ -161,13 +162,6 @@ void Leave() {
         block.release(block.memory);
     }
     g_blocks.clear();
-}
-
-void Require(bool holds, const char* what) {
-    if (!holds) {
-        dprintf(STDERR_FILENO, "\nviolated: %s\n", what);
-        std::abort();
-    }
 }
 
 }  // namespace fuzz

@@ -73,29 +73,6 @@ Outcome Run(Surroundings& surroundings, const Code& code) {
     return exit.outcome;
 }
 
-// Ends the process with `what` when a run did what it must not.
-void Require(bool holds, const char* what);
-
-// The bytes of a fuzz input, taken from the front; zeros follow its end.
-class Input {
-  public:
-    Input(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
-
-    bool Empty() const { return left_ == 0; }
-
-    std::uint8_t Byte() {
-        if (left_ == 0) {
-            return 0;
-        }
-        --left_;
-        return *at_++;
-    }
-
-  private:
-    const std::uint8_t* at_;
-    std::size_t left_;
-};
-
 }  // namespace fuzz
 
 #endif
