@@ -3,7 +3,7 @@
 # presets can be counted in one ctest summary.
 
 set(BBP_PRESET "local" CACHE STRING "The preset's name, the first part of every test's name")
-set(BBP_TEST_TIMEOUT 300 CACHE STRING "Seconds after which a test counts as hung")
+set(BBP_TEST_TIMEOUT 900 CACHE STRING "Seconds after which a test counts as hung")
 
 if(BBP_WITH_TESTS AND CMAKE_CROSSCOMPILING)
     # Debian has GoogleTest's library for the machine that builds only, and its sources for all.
@@ -20,6 +20,8 @@ function(bbp_add_gtest folder name)
     set(target "${folder}_${name}")
     add_executable(${target} ${ARG_SOURCES})
     bbp_target(${target})
+    # A test's own code is compiled once and runs for seconds: optimising it more costs more.
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
     target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest_main)
     foreach(function IN LISTS ARG_WRAP)
         target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")

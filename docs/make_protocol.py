@@ -21,6 +21,8 @@ PAGE = DOCS / 'protocol.md'
 REQUEST = 1  # frame number of the exchange that is shown in full
 REPLY = 2
 
+LICENCE = '<!-- SPDX-License-Identifier: Apache-2.0 -->'
+
 
 def tshark(capture, *arguments):
     command = ['tshark', '-X', 'lua_script:%s' % DISSECTOR, '-r', str(capture), *arguments]
@@ -67,6 +69,7 @@ def listing_picture(rows):
     total = height * (len(rows) + 1) + 8
     out = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" '
            'font-family="monospace" font-size="12">' % (width, total),
+           LICENCE,
            '<rect width="100%" height="100%" fill="white"/>']
 
     def row(y, fill, cells, weight='normal'):
@@ -122,6 +125,7 @@ def waveform_picture(path, rows):
     width, left, right = 960, 60, 20
     out = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="330" '
            'font-family="sans-serif" font-size="12">' % width,
+           LICENCE,
            '<rect width="100%" height="100%" fill="white"/>']
 
     # The exchange in proportion, from the capture's times; a byte takes 22.5 us at 400 kHz.
