@@ -5,7 +5,9 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "tests/system/Process.h"
@@ -286,6 +288,18 @@ TEST(SystemBenchFaults, ComeFromTheCommandLineAndFromFiles) {
     EXPECT_EQ("query: -1 ENXIO\nreply: -1 ENXIO\n", outcome.out.substr(0, 32));
     EXPECT_NE(std::string::npos, outcome.out.find("both at once: -1 EIO\n")) << outcome.out;
     EXPECT_EQ(3, nlohmann::json::parse(folder.Read("json"))["faults"]);
+}
+
+TEST(SystemBenchFaults, AreListedInTheDocumentation) {
+    std::istringstream list(RunToEnd({BBPSIM, "--list-faults"}).out);
+    std::string block;
+    std::string line;
+    while (std::getline(list, line)) {
+        block += line.empty() ? "\n" : "    " + line + "\n";
+    }
+    std::ifstream page(BBP_DOCUMENTATION "/bbpsim.md");
+    const std::string text{std::istreambuf_iterator<char>(page), {}};
+    EXPECT_NE(std::string::npos, text.find(block)) << block;
 }
 
 TEST(SystemBenchFaults, AreToldWithTheWordThatIsWrong) {
