@@ -6,7 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+
+#include "tests/support/StreamChecker.h"
 
 namespace system_test {
 
@@ -25,7 +29,7 @@ std::string ProgramFolder() {
     return BBP_PROGRAM_FOLDER;
 }
 
-Process::Process(const Words& words, bool as_nobody) {
+Process::Process(const Words& words, bool as_nobody) : words_(words) {
     std::vector<char*> arguments;
     for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
@@ -63,7 +67,21 @@ Outcome Process::Wait() {
     waitpid(pid_, &status, 0);
     pid_ = -1;
     const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    return {code, folder_.Read("out"), folder_.Read("err")};
+    const Outcome outcome = {code, folder_.Read("out"), folder_.Read("err")};
+    CheckOutput(outcome);
+    return outcome;
+}
+
+void Process::CheckOutput(const Outcome& outcome) const {
+    const auto mark = std::find(words_.begin(), words_.end(), "--");
+    if (mark == words_.end() || mark + 1 == words_.end()) {
+        return;
+    }
+    const Words arguments(mark + 1, words_.end());
+    const std::string name = std::filesystem::path(arguments[0]).filename();
+    if (name == "bbpflash") {
+        EXPECT_TRUE(ConformsToContract(outcome.out, ModeOf(arguments), outcome.status));
+    }
 }
 
 Words operator+(Words first, const Words& then) {

@@ -38,10 +38,14 @@ class Process {
     // What it has written to standard output so far.
     std::string Output() const { return folder_.Read("out"); }
 
-    // Waits for its end.
+    // Waits for its end. What an updater that was run directly in the simulated head unit has
+    // written must keep to the contract on its output, or the test fails.
     Outcome Wait();
 
   private:
+    void CheckOutput(const Outcome& outcome) const;
+
+    const Words words_;
     TemporaryFolder folder_;
     pid_t pid_ = -1;
 };

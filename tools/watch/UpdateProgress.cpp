@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/watch/UpdateProgress.h"
 
-#include <cmath>
-
 namespace tools {
 
 namespace {
@@ -29,7 +27,8 @@ constexpr bbpflash_phase ORDER[] = {
 double ShareOverTime(Milliseconds time, Milliseconds length) {
     constexpr double EVEN = 0.9;
     const double share = static_cast<double>(time.count()) / static_cast<double>(length.count());
-    return share <= EVEN ? share : 1 - (1 - EVEN) * std::exp((EVEN - share) / (1 - EVEN));
+    constexpr double REST = 1 - EVEN;
+    return share <= EVEN ? share : 1 - REST * REST / (share - EVEN + REST);
 }
 
 }  // namespace

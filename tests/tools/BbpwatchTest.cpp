@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+// The program bbpwatch as it is, over a stand-in for the updater that goes on when it is told to,
+// and over the updater itself in the simulated head unit.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "sim/SampleImage.h"
+#include "tests/system/Process.h"
+#include "tests/tools/TemporaryFolder.h"
+#include "tools/image/ImageWriter.h"
+
+namespace {
+
+using system_test::Outcome;
+using system_test::Process;
+using system_test::ProgramFolder;
+using system_test::Words;
+using system_test::operator+;
+
+class Bbpwatch : public testing::Test {
+  protected:
+    Bbpwatch() {
+        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
+        mkfifo(folder.Path("go").c_str(), 0600);
+    }
+
+    Words Command(const Words& options, const Words& updater) const {
+        return Words{ProgramFolder() + "/bbpwatch", "--lock", folder.Path("lock")} + options +
+               Words{"--"} + updater;
+    }
+
+    // An updater in status mode that writes `first`, waits for Go, writes `then` and, last, the
+    // file "end".
+    Words StandIn(const std::string& first, const std::string& then) const {
+        const std::string script = "printf '" + first + "'; read x <" + folder.Path("go") +
+                                   "; printf '" + then + "'; echo >" + folder.Path("end");
+        return {"sh", "-c", script, "bbpflash", "-s", folder.Path("image.bin")};
+    }
+
+    void Go() { folder.Write("go", "\n"); }
+
+    // Waits until the program has written this.
+    static void Await(const Process& process, const std::string& text) {
+        while (process.Output().find(text) == std::string::npos) {
+            usleep(2000);
+        }
+    }
+
+    bool Exists(const std::string& name) const {
+        return std::filesystem::exists(folder.Path(name));
+    }
+
+    TemporaryFolder folder;
+};
+
+const char BURNING[] = "79\\n80\\n85\\n";
+const char BURNT[] = "90\\n95\\n99\\n100\\nDONE\\n";
+
+TEST_F(Bbpwatch, WatchesAWholeUpdateInTheSimulatedHeadUnit) {
+    const Words unit = {ProgramFolder() + "/bbpsim", "--pace", "none", "--burn", "1,1,1", "--flash",
+                        folder.Path("flash"),        "--"};
+    const Outcome outcome =
+        system_test::RunToEnd(unit + Command({"--log", folder.Path("log")},
+                                             {"bbpflash", "-s", folder.Path("image.bin")}));
+    EXPECT_EQ(0, outcome.status) << outcome.out << outcome.err;
+    EXPECT_NE(std::string::npos, outcome.out.find("bbpwatch: program: do not switch off\n"));
+    EXPECT_NE(std::string::npos, outcome.out.find("bbpwatch: updated and verified"));
+    EXPECT_NE(std::string::npos, folder.Read("log").find(" DONE\n"));
+    EXPECT_EQ(folder.Read("image.bin"), folder.Read("flash"));
+}
+
+TEST_F(Bbpwatch, EndsTheUpdateWhenItIsInterruptedDuringTheDownload) {
+    Process process(Command({}, StandIn("1\\n20\\n", BURNT)));
+    Await(process, "20%");
+    // The reset line must be up, which takes a second from the start on.
+    kill(process.Id(), SIGINT);
+    const Outcome outcome = process.Wait();
+    EXPECT_EQ(128 + SIGINT, outcome.status);
+    EXPECT_NE(std::string::npos, outcome.out.find("ended on request"));
+    EXPECT_FALSE(Exists("end"));
+}
+
+TEST_F(Bbpwatch, LetsNoSignalEndTheUpdateDuringTheBurn) {
+    Process process(Command({}, StandIn(BURNING, BURNT)));
+    Await(process, "erase");
+    kill(process.Id(), SIGINT);
+    Await(process, "not now");
+    kill(process.Id(), SIGTERM);
+    Await(process, "still waiting");
+    kill(process.Id(), SIGHUP);
+    Await(process, "hung up");
+    kill(process.Id(), SIGPIPE);
+    Go();
+    const Outcome outcome = process.Wait();
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_TRUE(Exists("end"));
+}
+
+TEST_F(Bbpwatch, LeavesTheUpdaterAndItsLockAliveWhenItIsKilled) {
+    Process process(Command({}, StandIn(BURNING, BURNT)));
+    Await(process, "erase");
+    kill(process.Id(), SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, process.Wait().status);
+    const Outcome second = system_test::RunToEnd(Command({}, {"true"}));
+    EXPECT_EQ(75, second.status);
+    EXPECT_NE(std::string::npos, second.err.find("an update is running"));
+    Go();
+    while (!Exists("end")) {
+        usleep(2000);
+    }
+}
+
+TEST_F(Bbpwatch, OutlivesTheReaderOfItsOutput) {
+    const std::string pipeline = ProgramFolder() + "/bbpwatch --lock " + folder.Path("lock") +
+                                 " --log " + folder.Path("log") +
+                                 " -- sh -c \"$SCRIPT\" bbpflash "
+                                 "-s " +
+                                 folder.Path("image.bin") + " | head -n 1";
+    const std::string script = StandIn(BURNING, BURNT)[2];
+    Process process({"env", "SCRIPT=" + script, "sh", "-c", pipeline});
+    Await(process, "download");
+    Go();
+    process.Wait();
+    while (folder.Read("log").find("updated and verified") == std::string::npos) {
+        usleep(2000);
+    }
+    EXPECT_TRUE(Exists("end"));
+}
+
+TEST_F(Bbpwatch, DoubtsASuccessThatTheOutputContradicts) {
+    Process process(Command({}, StandIn("79\\n80\\n", "99\\nDONE\\n")));
+    Go();
+    const Outcome outcome = process.Wait();
+    EXPECT_EQ(76, outcome.status);
+    EXPECT_NE(std::string::npos, outcome.out.find("bbpwatch: DONE came without 100"));
+}
+
+TEST_F(Bbpwatch, DoubtsASuccessAfterTooLongASilence) {
+    Process process(Command({"--stall", "0.1"}, StandIn(BURNING, BURNT)));
+    Await(process, "silent");
+    Go();
+    EXPECT_EQ(76, process.Wait().status);
+}
+
+TEST_F(Bbpwatch, StartsNoUpdateThatCannotSucceed) {
+    folder.Write("short.bin", "too short");
+    const Words updater = {"touch", folder.Path("started"), folder.Path("short.bin")};
+    EXPECT_EQ(65, system_test::RunToEnd(Command({}, updater)).status);
+    EXPECT_FALSE(Exists("started"));
+    EXPECT_EQ(0, system_test::RunToEnd(Command({"--no-check"}, updater)).status);
+    EXPECT_TRUE(Exists("started"));
+}
+
+TEST_F(Bbpwatch, NeedsNoImageForAQuery) {
+    EXPECT_EQ(0, system_test::RunToEnd(Command({}, {"true", "-i", "no image"})).status);
+}
+
+TEST_F(Bbpwatch, TellsEventsAsJson) {
+    Process process(Command({"--json"}, StandIn(BURNING, BURNT)));
+    Go();
+    std::istringstream lines(process.Wait().out);
+    nlohmann::json last;
+    for (std::string line; std::getline(lines, line);) {
+        last = nlohmann::json::parse(line);
+    }
+    EXPECT_EQ("end", last["event"]);
+    EXPECT_EQ("success", last["verdict"]);
+}
+
+TEST_F(Bbpwatch, JudgesLinesFromStandardInput) {
+    const auto judge = [](const std::string& lines) {
+        return system_test::RunToEnd(
+                   {"sh", "-c", "printf '" + lines + "' | " + ProgramFolder() + "/bbpwatch"})
+            .status;
+    };
+    EXPECT_EQ(0, judge("80\\n99\\n100\\nDONE\\n"));
+    EXPECT_EQ(1, judge("80\\nERROR\\n"));
+    EXPECT_EQ(76, judge("80\\n"));
+}
+
+TEST_F(Bbpwatch, SaysWhyItDidNotStart) {
+    EXPECT_EQ(64, system_test::RunToEnd({ProgramFolder() + "/bbpwatch", "--nonsense"}).status);
+    EXPECT_EQ(127, system_test::RunToEnd(Command({"--no-check"}, {"no-such-program"})).status);
+    EXPECT_EQ(126, system_test::RunToEnd(Command({"--no-check"}, {"/etc/passwd"})).status);
+    EXPECT_EQ(71, system_test::RunToEnd(
+                      {ProgramFolder() + "/bbpwatch", "--lock", "/nowhere/x", "--", "true"})
+                      .status);
+}
+
+}  // namespace

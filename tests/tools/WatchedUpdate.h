@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// An update's progress as its lines come in, at times that the test gives.
+#ifndef BBPFLASH_TESTS_TOOLS_WATCHEDUPDATE_H
+#define BBPFLASH_TESTS_TOOLS_WATCHEDUPDATE_H
+
+#include <string>
+
+#include "tools/stream/StreamParser.h"
+#include "tools/watch/UpdateProgress.h"
+
+class WatchedUpdate {
+  public:
+    explicit WatchedUpdate(tools::Milliseconds download)
+        : progress(download), parser(BBPFLASH_MODE_UNKNOWN, [this](const bbpflash_event& event) {
+              progress.Take(event, time);
+          }) {}
+
+    // The lines arrive `now` milliseconds after the start.
+    void Hear(int now, const std::string& lines) {
+        time = tools::Milliseconds(now);
+        parser.Feed(lines.data(), lines.size());
+    }
+
+    tools::Progress At(int now) const { return progress.At(tools::Milliseconds(now)); }
+
+    tools::UpdateProgress progress;
+
+  private:
+    tools::StreamParser parser;
+    tools::Milliseconds time{0};
+};
+
+#endif
