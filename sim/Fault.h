@@ -61,6 +61,8 @@ enum class Action {
     SlowStart        // Reset: takes `value` milliseconds to come up after it
 };
 
+constexpr std::size_t ACTIONS = static_cast<std::size_t>(Action::SlowStart) + 1;
+
 constexpr std::size_t AFTER_THE_TRANSFER = std::numeric_limits<std::size_t>::max();
 constexpr unsigned FOR_EVER = std::numeric_limits<unsigned>::max();
 

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <utility>
 
+#include "sim/ReplyFault.h"
+
 namespace sim {
 
 namespace {
@@ -328,60 +330,11 @@ bool HeadUnit::ChangeReply(std::uint8_t* bytes, std::size_t size) {
             (this_read || HitsLastWrite(fault))) {
             hits_ += 1;
             changed = true;
-            Change(fault, bytes, size);
+            MakeReply(fault, last_read_, bytes);
         }
     }
     last_read_ = sent;
     return changed;
-}
-
-void HeadUnit::Change(const Fault& fault, std::uint8_t* bytes, std::size_t size) const {
-    std::uint8_t* const message = bytes + 1;
-    const std::uint8_t value = static_cast<std::uint8_t>(fault.value);
-    const std::size_t offset = std::min(fault.offset, size - 1);
-    switch (fault.action) {
-        case Action::FlipBit:
-            bytes[offset] = static_cast<std::uint8_t>(bytes[offset] ^ 1u << (fault.value & 7u));
-            break;
-        case Action::SetByte:
-            bytes[offset] = value;
-            RepairChecksum(bytes);
-            break;
-        case Action::CountByte:
-            bytes[0] = value;
-            break;
-        case Action::LengthField:
-            SetField(message + LENGTH_AT, fault.value);
-            break;
-        case Action::AllZero:
-            std::fill_n(bytes, size, std::uint8_t{0});
-            break;
-        case Action::AllOnes:
-            std::fill_n(bytes, size, std::uint8_t{0xFF});
-            break;
-        case Action::PreviousReply:
-            std::copy(last_read_.begin(), last_read_.end(), bytes);
-            break;
-        case Action::OtherReply:
-            message[OPCODE_AT] =
-                message[OPCODE_AT] == OPCODE_VERSION ? OPCODE_FLASH : OPCODE_VERSION;
-            RepairChecksum(bytes);
-            break;
-        case Action::WrongChecksum:
-            bytes[std::min<std::size_t>(bytes[0], size - 1)] ^= 0xFF;
-            break;
-        case Action::StatusByte:
-            message[STATUS_AT] = value;
-            RepairChecksum(bytes);
-            break;
-        case Action::ProgramStatus:
-            // The status query's answer has it in its second byte, the other query's in its first.
-            message[PAYLOAD_AT + (bytes[0] > OVERHEAD + 1 ? 1 : 0)] = value;
-            RepairChecksum(bytes);
-            break;
-        default:
-            break;
-    }
 }
 
 void HeadUnit::PlanBurn() {

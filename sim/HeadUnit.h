@@ -111,7 +111,6 @@ class HeadUnit {
     bool ReadFromChip(std::uint8_t* bytes, std::size_t size);
     void Strike(const Fault& fault);
     bool ChangeReply(std::uint8_t* bytes, std::size_t size);
-    void Change(const Fault& fault, std::uint8_t* bytes, std::size_t size) const;
     int SetLine(Event event, bool high);
     void PlanBurn();
     void PlanPoll();

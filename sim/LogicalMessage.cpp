@@ -11,13 +11,6 @@ std::uint8_t Sum(const std::uint8_t* bytes, std::size_t size) {
     return static_cast<std::uint8_t>(sum);
 }
 
-void RepairChecksum(std::uint8_t* read) {
-    const std::size_t count = read[0];
-    if (count > PAYLOAD_AT && count <= READ_ROOM) {
-        read[count] = Sum(read + 1, count - 1);
-    }
-}
-
 Request Classify(const std::uint8_t* bytes, std::size_t size) {
     if (size < PAYLOAD_AT) {
         return Request::None;

@@ -81,10 +81,6 @@ inline void SetField(std::uint8_t* at, unsigned value) {
 // The 8-bit sum of `size` bytes.
 std::uint8_t Sum(const std::uint8_t* bytes, std::size_t size);
 
-// Puts the checksum at the end of a read's reply that fits it whole, so that the reply is sound
-// whatever was changed in it. A read without a sound count byte stays as it is.
-void RepairChecksum(std::uint8_t* read);
-
 // What a written message asks for.
 enum class Request { None, Version, Configuration, Segment, Poll, Unprotect, FlashStatus, Other };
 
