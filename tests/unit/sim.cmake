@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-foreach(name IN ITEMS ChipModel Fault FaultText HeadUnit LogView SampleImage)
+foreach(name IN ITEMS ChipModel Download Fault FaultEffect FaultText HeadUnit LogView
+                     SampleImage)
     bbp_add_gtest(unit sim_${name} SOURCES sim_${name}Test.cpp LIBS bbp_sim)
 endforeach()
 if(BBP_WITH_HOST)
