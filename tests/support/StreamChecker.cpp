@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/StreamChecker.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
 #include "tools/stream/StreamParser.h"
 #include "tools/stream/UpdaterOptions.h"
 
@@ -17,6 +22,17 @@ std::string Describe(unsigned problems) {
     return text;
 }
 
+// Where the test of the grammar wants outputs, one file for each.
+void KeepSample(const std::string& output, bbpflash_mode mode, int exit_status) {
+    static int number = 0;
+    if (const char* const folder = std::getenv("BBP_OUTPUT_SAMPLES")) {
+        const std::string name = std::to_string(getpid()) + "-" + std::to_string(++number);
+        std::ofstream(std::string(folder) + "/" + name, std::ios::binary)
+            << (mode == BBPFLASH_MODE_STATUS ? "status " : "narrating ") << exit_status << "\n"
+            << output;
+    }
+}
+
 }  // namespace
 
 bbpflash_mode ModeOf(const std::vector<std::string>& arguments) {
@@ -26,6 +42,7 @@ bbpflash_mode ModeOf(const std::vector<std::string>& arguments) {
 
 testing::AssertionResult ConformsToContract(const std::string& output, bbpflash_mode mode,
                                             int exit_status) {
+    KeepSample(output, mode, exit_status);
     std::string complaints;
     int number = 0;
     tools::StreamParser parser(mode, [&complaints, &number](const bbpflash_event& event) {
