@@ -7,7 +7,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cmake --install "$1" --prefix "$work" --strip >"$work/log"
 
-for file in bin/{bbpflash,bbpimage,bbpwatch,bbpsim} share/man/man1/bbpflash.1 lib/udev/rules.d/60-bbpflash.rules; do
+for file in bin/{bbpflash,bbpimage,bbpwatch,bbpsim} share/man/man1/bbp{flash,image,sim,watch}.1 \
+    lib/udev/rules.d/60-bbpflash.rules; do
     [[ -s "$work/$file" ]] || { echo "not installed: $file" && exit 1; }
 done
 readelf -p QNX_usage "$work/bin/bbpflash" | grep -q NAME=bbpflash

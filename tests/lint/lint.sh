@@ -92,6 +92,16 @@ check_relied_on() {
     done < <(files src '*.h' '*.cpp' | xargs grep -niE 'relied[ -]on' /dev/null)
 }
 
+# What a page links to in this tree is there.
+check_links() {
+    local page target
+    while read -r page; do
+        while read -r target; do
+            [[ -e "$(dirname "$page")/$target" ]] || complain "$page: no $target"
+        done < <(grep -oE '\]\([^)#: ]+' "$page" | cut -c 3-)
+    done < <(files . '*.md')
+}
+
 # The program tells nothing of the machine that built it.
 check_paths() {
     local program=build/release/bin/bbpflash

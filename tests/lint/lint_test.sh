@@ -17,6 +17,7 @@ make_tree() {
         '#define BBPFLASH_LM_A_H' '' '// Relied on: it is negative.' 'int a();' '' '#endif' >src/lm/a.h
     printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' '#include "lm/a.h"' '' 'int a() {' \
         '    return -1;' '}' >src/lm/a.cpp
+    printf '%s\n' '<!-- SPDX-License-Identifier: Apache-2.0 -->' '[a](src/lm/a.h)' >README.md
     printf '%s\n' '#!/bin/sh' '# SPDX-License-Identifier: Apache-2.0' 'echo run' >run
     printf '# SPDX-License-Identifier: Apache-2.0\n' >.clang-format
     printf 'BasedOnStyle: Google\nIndentWidth: 4\n' >>.clang-format
@@ -55,6 +56,7 @@ catches conditionals 'printf "#if 1\n#endif\n" >>src/lm/a.h'
 catches conditionals 'sed -i "s/LM_A_H/LM_B_H/" src/lm/a.h'
 catches relied_on 'echo "// Relied on:" >>src/lm/a.cpp'
 catches relied_on 'echo "// relied on: it ends" >>src/lm/a.cpp'
+catches links 'echo "[a](src/lm/b.h)" >>README.md'
 catches paths 'pwd >>build/release/bin/bbpflash'
 catches paths 'rm build/release/bin/bbpflash'
 catches scripts 'echo "cd folder" >>run'
