@@ -97,6 +97,7 @@ check "and then used" succeeded
 stop_chip
 check "the chip's flash holds the image" cmp -s /flash.bin /image.bin
 check "it took one download" shows "burns      1"
+check "of 516 segments" shows "segments   516"
 
 updater -i
 check "a missing reset line fails" failed
