@@ -124,15 +124,30 @@ def emulated_segment(arm, name, *options):
     return (many - few) / 64
 
 
-def real_download_us(bench):
-    """The time of a download on a bus that takes its time, the median of some."""
-    # Before all other work of this machine, where it lets us: theirs is not to be measured.
+def median(measure_once):
+    return statistics.median(measure_once() for _ in range(RUNS))
+
+
+def undisturbed():
+    """What goes in front of a command to run it before all other work, where that is allowed."""
     first = ("chrt", "--fifo", "1")
     allowed = subprocess.run([*first, "true"], check=False, stderr=subprocess.DEVNULL)
-    under = first if allowed.returncode == 0 else ()
-    return statistics.median(
-        bench.run("bbpflash", IMAGE, under=under, paced=True).counts["download_us"]
-        for _ in range(RUNS))
+    return first if allowed.returncode == 0 else ()
+
+
+def paced_download_us(bench):
+    """The time of a download on a bus that takes its time."""
+    run = bench.run("bbpflash", IMAGE, under=undisturbed(), paced=True)
+    return run.counts["download_us"]
+
+
+def simulated_run_us(bench):
+    """The time of a run on the simulated head unit, whose chip burns in no time."""
+    run = subprocess.run(
+        [*undisturbed(), bench.program("bbpsim"), "--burn", "0,0,0", "bash", "-c",
+         'TIMEFORMAT=%R; time "$0" "$1" >/dev/null', bench.program("bbpflash"),
+         bench.image(IMAGE)], check=True, capture_output=True, text=True)
+    return float(run.stderr.split()[-1]) * 1e6
 
 
 def stripped(program, strip):
@@ -158,57 +173,76 @@ class Table:
               f"{'  OVER' if over else ''}", flush=True)
 
 
-def table(bench, arm, real_time):
-    run, segment = costs(bench, "bbpflash")
-    least, least_segment = costs(bench, "bench_floor")
-    rows = Table()
-
-    def bus_calls(costs_of):
-        return costs_of["locks_and_unlocks"] + costs_of["writes"] + costs_of["reads"]
+def call_rows(rows, run, segment, least):
+    """What the program asks of the system."""
+    def bus_calls(cost):
+        return cost["locks_and_unlocks"] + cost["writes"] + cost["reads"]
 
     rows.add("time of a run / limit, virtual time",
              spent_us(run.counts) / limit_us(IMAGE), limit=1.0, digits=4)
-    for name, count in (("bus calls", bus_calls), ("waits", lambda cost: cost["sleeps"])):
-        rows.add(f"{name} of a segment", count(segment), count(least_segment), count(least_segment))
-    rows.add("other system calls of a segment", segment["system_calls"],
-             least_segment["system_calls"], 0.6, digits=2)
+    rows.add("bus calls of a segment", bus_calls(segment), bus_calls(least), bus_calls(least))
+    rows.add("waits of a segment", segment["sleeps"], least["sleeps"], least["sleeps"])
+    rows.add("other system calls of a segment", segment["system_calls"], least["system_calls"],
+             0.6, digits=2)
+
+
+def cost_rows(rows, bench):
+    """What the program spends itself."""
+    run, segment = costs(bench, "bbpflash")
+    least_run, least = costs(bench, "bench_floor")
+    call_rows(rows, run, segment, least)
     rows.add("other system calls of a segment, -s",
              segment["system_calls"] + status_system_calls(bench, run), limit=0.75, digits=2)
-    rows.add("heap allocations of a segment", segment["allocations"],
-             least_segment["allocations"], 3)
-    rows.add("instructions of a segment", segment["instructions"],
-             least_segment["instructions"], 2500)
+    rows.add("heap allocations of a segment", segment["allocations"], least["allocations"], 3)
+    rows.add("heap bytes kept for a segment", segment["heap_bytes"], least["heap_bytes"])
+    rows.add("instructions of a segment", segment["instructions"], least["instructions"], 2500)
     rows.add("  of which in the program's own code", segment["own_instructions"],
-             least_segment["own_instructions"])
+             least["own_instructions"])
     rows.add("instructions of a run, from main on", run.costs["instructions"],
-             least.costs["instructions"], 1.4e6)
+             least_run.costs["instructions"], 1.4e6)
     rows.add("instructions before main", bench.start_up("bbpflash"), bench.start_up("bench_floor"))
     rows.add("checksum, instructions a byte, x86-64",
              checksum(measure.counted, bench.program("bench_checksum")), limit=0.5, digits=2)
 
     def cpu(name):
-        return statistics.median(bench.run(name, IMAGE).cpu_ms for _ in range(RUNS))
+        return median(lambda: bench.run(name, IMAGE).cpu_ms)
 
-    if real_time:
-        rows.add("time of a download / limit, real time", real_download_us(bench) /
-                 download_us(IMAGE), limit=1.005, digits=4)
+    def peak(name):
+        return bench.run(name, IMAGE).counts["peak_kib"]
+
     rows.add("processor time of a run, ms", cpu("bbpflash"), cpu("bench_floor"), digits=1)
-    rows.add("peak memory of a run, KiB", bench.run("bbpflash", IMAGE).counts["peak_kib"],
-             bench.run("bench_floor", IMAGE).counts["peak_kib"])
-    rows.add("heap bytes kept for a segment", segment["heap_bytes"], least_segment["heap_bytes"])
+    rows.add("peak memory of a run, KiB", peak("bbpflash"), peak("bench_floor"))
     rows.add("stripped program, bytes, x86-64", stripped(bench.program("bbpflash"), "strip"),
              stripped(bench.program("bench_floor"), "strip"))
+
+
+def arm_rows(rows, arm):
+    """The same for 32-bit ARM, where the difference is worth a word."""
+    strip = "arm-linux-gnueabihf-strip"
+    rows.add("stripped program, bytes, armhf", stripped(arm.program("bbpflash"), strip),
+             stripped(arm.program("bench_floor"), strip), 36000)
+    rows.add("instructions of a segment, armhf", emulated_segment(arm, "bbpflash", "-f"),
+             emulated_segment(arm, "bench_floor"))
+    rows.add("checksum, instructions a byte, armhf",
+             checksum(measure.emulated, arm.program("bench_checksum")), limit=2.5, digits=2)
+    rows.add("checksum, instructions a byte, armhf NEON",
+             checksum(measure.emulated, arm.program("bench_checksum_neon")), limit=0.5, digits=2)
+
+
+def real_time_rows(rows, bench):
+    rows.add("time of a download / limit, real time",
+             median(lambda: paced_download_us(bench)) / download_us(IMAGE), limit=1.005, digits=4)
+    rows.add("time of a run / limit, simulated head unit",
+             median(lambda: simulated_run_us(bench)) / limit_us(IMAGE), digits=4)
+
+
+def table(bench, arm, real_time):
+    rows = Table()
+    cost_rows(rows, bench)
     if arm is not None:
-        strip = "arm-linux-gnueabihf-strip"
-        rows.add("stripped program, bytes, armhf", stripped(arm.program("bbpflash"), strip),
-                 stripped(arm.program("bench_floor"), strip), 36000)
-        rows.add("checksum, instructions a byte, armhf",
-                 checksum(measure.emulated, arm.program("bench_checksum")), limit=2.5, digits=2)
-        rows.add("checksum, instructions a byte, armhf NEON",
-                 checksum(measure.emulated, arm.program("bench_checksum_neon")), limit=0.5,
-                 digits=2)
-        rows.add("instructions of a segment, armhf", emulated_segment(arm, "bbpflash", "-f"),
-                 emulated_segment(arm, "bench_floor"))
+        arm_rows(rows, arm)
+    if real_time:
+        real_time_rows(rows, bench)
     return rows.rows
 
 
