@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <set>
 
 namespace fault {
 
@@ -187,6 +188,17 @@ void Catalogue::ForEachReplyFault(const Visit& visit) const {
             for (unsigned value = 80; value < 65536; value += 251) {
                 change(Action::LengthField, value);
             }
+            // Without a length there is no sum: any count that ends on a zero is sound but for its
+            // size.
+            for (unsigned value = 0; value < 256; ++value) {
+                Injection both = Injection::Pair(
+                    Injection::Of(Kind::kReply,
+                                  Unit(Event::Read, nth, Action::CountByte, value, 0, times)),
+                    Injection::Of(Kind::kReply,
+                                  Unit(Event::Read, nth, Action::LengthField, 0, 0, times)));
+                both.kind = Kind::kReply;
+                visit(both);
+            }
             for (std::size_t offset = 1; offset < 30; ++offset) {
                 for (const unsigned value : {0x00U, 0x01U, 0x20U, 0x5AU, 0xFFU}) {
                     change(Action::SetByte, value, offset);
@@ -284,24 +296,27 @@ void Catalogue::ForEachFileFault(const Visit& visit) const {
                 fail(Make(How::kValue, 0, length));
             }
         } else if (place.kind == CallKind::kFread) {
-            for (const long limit : {0L, 1L, 13L, place.size / 2, place.size - 1}) {
+            for (const long limit :
+                 std::set<long>{0, 1, 13, place.size / 2, std::max(0L, place.size - 1)}) {
                 fail(Make(How::kLimit, EIO, limit));
             }
         }
         // The file changes, or the disk goes bad, just before any call after its first opening.
         if (IsFile(place.kind) || place.kind == CallKind::kSend ||
             place.kind == CallKind::kReceive) {
-            for (const long change : {-5000L, -2035L, -100L, -1L, 1L, 13L, 2034L, 2035L, 5000L}) {
-                const long size = std::max(0L, image_size_ + change);
-                happen({place.kind, place.index, {}, 1, FileAction::kResize, size});
+            std::set<long> sizes;
+            std::set<long> offsets;
+            for (const long change : {-5000, -2035, -100, -1, 1, 13, 2034, 2035, 5000}) {
+                sizes.insert(std::max(0L, image_size_ + change));
             }
             for (long eighth = 0; eighth < 8; ++eighth) {
-                happen({place.kind,
-                        place.index,
-                        {},
-                        1,
-                        FileAction::kUnreadableFrom,
-                        image_size_ * eighth / 8 + eighth});
+                offsets.insert(image_size_ * eighth / 8);
+            }
+            for (const long size : sizes) {
+                happen({place.kind, place.index, {}, 1, FileAction::kResize, size});
+            }
+            for (const long offset : offsets) {
+                happen({place.kind, place.index, {}, 1, FileAction::kUnreadableFrom, offset});
             }
         }
     }
@@ -322,7 +337,7 @@ void Catalogue::ForEachOutputFault(const Visit& visit) const {
         if (place.kind != CallKind::kOutput) {
             continue;
         }
-        for (const long taken : {0L, 1L, place.size / 2, place.size - 1}) {
+        for (const long taken : std::set<long>{0, 1, place.size / 2, place.size - 1}) {
             visit(Injection::Of(Kind::kOutput, At(place, Make(How::kLimit, EPIPE, taken))));
             for (const int error : {ENOSPC, EIO, EFBIG}) {
                 for (const int times : {1, 2, 3, kForEver}) {
@@ -356,7 +371,7 @@ void Catalogue::ForEachLineFault(const Visit& visit) const {
                 happen(Make(How::kValue, 0, 0));
                 break;
             case CallKind::kDelay:
-                for (const long left : {1L, 2L, place.argument / 2, place.argument}) {
+                for (const long left : std::set<long>{1, 2, place.argument / 2, place.argument}) {
                     happen(Make(How::kValue, 0, left));
                 }
                 break;

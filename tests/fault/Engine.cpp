@@ -24,11 +24,8 @@ constexpr Kind kAllKinds[] = {Kind::kBus,    Kind::kReply,  Kind::kChip, Kind::k
 std::uint64_t Quota(Kind kind, bool long_run) {
     switch (kind) {
         case Kind::kBus:
-            return long_run ? 3000 : 1500;
         case Kind::kReply:
-            return long_run ? 3000 : 1500;
         case Kind::kChip:
-            return long_run ? 2500 : 1500;
         case Kind::kPair:
             return long_run ? 3000 : 1500;
         default:

@@ -154,6 +154,9 @@ Injection Injection::Of(const std::string& name) {
     for (const std::string& part : Split(name, '+')) {
         injection.faults.at(static_cast<std::size_t>(injection.count++)) = FaultOf(part);
     }
+    if (injection.count == 0) {
+        throw std::invalid_argument("no fault: " + name);
+    }
     return injection;
 }
 

@@ -81,7 +81,7 @@ fault::Tally RunInProcesses(const fault::Selection& selection, unsigned jobs) {
     for (int status = 0; wait(&status) > 0;) {
         if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
             ++sum.failed;
-            sum.failures.push_back("a process of the engine has died");
+            sum.failures.emplace_back("a process of the engine has died");
         }
     }
     return sum;
