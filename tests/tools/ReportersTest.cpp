@@ -93,15 +93,18 @@ TEST(TerminalReporter, RestsAtTheBeginningOfItsLineAndGivesTheCursorBack) {
         UPDATE, [] { return 80; }, false);
     EXPECT_EQ(0u, written.find("\x1B[?25l\r\x1B[Jreset"));
     EXPECT_NE(std::string::npos, written.find("do not switch off\r"));
-    const std::string end = "\r\x1B[Jbbpwatch: updated and verified after 0:20\n\x1B[?25h";
+    const std::string end = "\r\x1B[Kbbpwatch: updated and verified after 0:20\n\x1B[?25h";
     ASSERT_LE(end.size(), written.size());
     EXPECT_EQ(end, written.substr(written.size() - end.size()));
 }
 
-TEST(TerminalReporter, AsksForTheWidthEachTime) {
-    int width = 100;
+TEST(TerminalReporter, ClearsTheRowsThatAResizeHasMadeOfItsLine) {
+    const std::string same = Written<tools::TerminalReporter>(
+        UPDATE, [] { return 80; }, false);
+    EXPECT_EQ(same.find("\x1B[J"), same.rfind("\x1B[J"));
+    int width = 19;
     const std::string written = Written<tools::TerminalReporter>(
-        UPDATE, [&width] { return width -= 10; }, false);
+        UPDATE, [&width] { return width = 39 - width; }, false);
     EXPECT_NE(std::string::npos, written.find("\r\x1B[Jdo not switch off\r"));
 }
 

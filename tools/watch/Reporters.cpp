@@ -14,9 +14,8 @@ namespace {
 const char HIDE_CURSOR[] = "\x1B[?25l";
 const char SHOW_CURSOR[] = "\x1B[?25h";
 
-// The cursor rests at the beginning of the moving line, so this clears the line however many rows
-// a resize has made of it.
-const char CLEAR[] = "\r\x1B[J";
+const char CLEAR_LINE[] = "\r\x1B[K";
+const char CLEAR_BELOW[] = "\r\x1B[J";
 
 double Seconds(Milliseconds time) {
     return static_cast<double>(time.count()) / 1000;
@@ -95,8 +94,15 @@ std::string PhaseSentence(const Progress& progress) {
 
 }  // namespace
 
+// Draws `text` in the place of the moving line. The cursor rests at that line's beginning, so all
+// the rows that a resize has made of it are below.
+void TerminalReporter::Draw(const std::string& text, int columns) {
+    sink((columns == last_width ? CLEAR_LINE : CLEAR_BELOW) + text);
+    last_width = columns;
+}
+
 void TerminalReporter::PrintAbove(const std::string& line, const Progress& progress) {
-    sink(CLEAR + line + "\n");
+    Draw(line + "\n", width());
     Refresh(progress);
 }
 
@@ -107,7 +113,7 @@ void TerminalReporter::Report(const WatchEvent& event) {
             Refresh(event.progress);
             break;
         case WatchEvent::END:
-            sink(CLEAR + Sentence(event) + "\n" + SHOW_CURSOR);
+            Draw(Sentence(event) + "\n" + SHOW_CURSOR, width());
             break;
         case WatchEvent::PHASE:
         case WatchEvent::PROGRESS:
@@ -126,7 +132,8 @@ void TerminalReporter::Report(const WatchEvent& event) {
 
 void TerminalReporter::Refresh(const Progress& progress) {
     if (progress.phase != BBPFLASH_PHASE_ENDED) {
-        sink(CLEAR + FormatProgress(progress, width(), has_colour) + "\r");
+        const int columns = width();
+        Draw(FormatProgress(progress, columns, has_colour) + "\r", columns);
     }
 }
 

@@ -24,11 +24,13 @@ class TerminalReporter : public Reporter {
     void Refresh(const Progress& progress) override;
 
   private:
+    void Draw(const std::string& text, int columns);
     void PrintAbove(const std::string& line, const Progress& progress);
 
     const TextSink sink;
     const std::function<int()> width;
     const bool has_colour;
+    int last_width = 0;
 };
 
 // Plain lines without any control character, for files and pipes: phases, every tenth per cent,
