@@ -64,6 +64,7 @@ stop_chip() {
     cp /report /output
 }
 
+echo  # ends the line that the firmware's last escapes are in
 for module in fuse cuse i2c-dev; do
     insmod "/modules/$module.ko"
 done
