@@ -294,7 +294,7 @@ std::uint8_t ChipModel::Perform(const std::uint8_t* bytes, std::size_t size, Tre
 
 bool ChipModel::Expects(unsigned segment, unsigned total, std::size_t payload) const {
     if (segment == 0) {
-        return unprotected_ && !Burning() && total > 0;
+        return unprotected_ && total > 0;
     }
     const bool full = segment + 1 == total || payload == SEGMENT_PAYLOAD;
     return downloading_ && segment == next_segment_ && total == total_segments_ && full;
