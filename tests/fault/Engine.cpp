@@ -27,7 +27,7 @@ std::uint64_t Quota(Kind kind, bool long_run) {
         case Kind::kReply:
         case Kind::kChip:
         case Kind::kPair:
-            return long_run ? 3000 : 1500;
+            return long_run ? 2200 : 1500;
         default:
             return long_run ? 1000 : 600;
     }

@@ -81,6 +81,9 @@ def prepare():
         else:
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(source, copy)
+    # An earlier run may have left a broken object behind, newer than the sound source.
+    for source in (TREE / "src").rglob("*.cpp"):
+        source.touch()
     subprocess.run(["cmake", "--preset", "release"], cwd=TREE, stdout=subprocess.DEVNULL,
                    check=True)
 
