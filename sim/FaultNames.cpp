@@ -3,19 +3,19 @@
 
 namespace sim {
 
-const std::array<EventName, EVENTS> EVENT_NAMES = {{{"write", Event::Write},
-                                                    {"read", Event::Read},
-                                                    {"segment", Event::Segment},
-                                                    {"poll", Event::Poll},
-                                                    {"version", Event::Version},
-                                                    {"unprotect", Event::Unprotect},
-                                                    {"burn", Event::Burn},
-                                                    {"reset", Event::Reset},
-                                                    {"raise", Event::Raise},
-                                                    {"lock", Event::Lock},
-                                                    {"unlock", Event::Unlock}}};
+constexpr std::array<EventName, EVENTS> EVENT_NAMES = {{{"write", Event::Write},
+                                                        {"read", Event::Read},
+                                                        {"segment", Event::Segment},
+                                                        {"poll", Event::Poll},
+                                                        {"version", Event::Version},
+                                                        {"unprotect", Event::Unprotect},
+                                                        {"burn", Event::Burn},
+                                                        {"reset", Event::Reset},
+                                                        {"raise", Event::Raise},
+                                                        {"lock", Event::Lock},
+                                                        {"unlock", Event::Unlock}}};
 
-const std::array<ActionName, ACTIONS> ACTION_NAMES = {
+constexpr std::array<ActionName, ACTIONS> ACTION_NAMES = {
     {{"fail", Action::Fail, Argument::Errno, TRANSFERS | RESET_LINE | LOCKS},
      {"fail-after", Action::FailAfter, Argument::Errno, TRANSFERS},
      {"nak", Action::Nak, Argument::None, TRANSFERS},

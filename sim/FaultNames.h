@@ -12,7 +12,7 @@ namespace sim {
 // A set of events.
 using Events = unsigned;
 
-constexpr Events Only(Event event) {
+constexpr Events Only(Event event) noexcept {
     return 1u << static_cast<unsigned>(event);
 }
 
