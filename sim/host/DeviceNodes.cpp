@@ -4,10 +4,12 @@
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <umockdev.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace sim {
 
@@ -126,10 +128,21 @@ gboolean OnResetWrite(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer 
     return TRUE;
 }
 
+// The library ends the process where it cannot make its folder.
+UMockdevTestbed* MakeTestbed() {
+    const char* const folder = g_get_tmp_dir();
+    if (access(folder, W_OK | X_OK) != 0) {
+        throw std::system_error(errno, std::generic_category(),
+                                std::string("the devices need a folder for temporary files, and ") +
+                                    folder + " is none");
+    }
+    return umockdev_testbed_new();
+}
+
 }  // namespace
 
 struct DeviceNodes::Testbed {
-    std::unique_ptr<UMockdevTestbed, Unref> testbed{umockdev_testbed_new()};
+    std::unique_ptr<UMockdevTestbed, Unref> testbed{MakeTestbed()};
     std::unique_ptr<UMockdevIoctlBase, Unref> bus{umockdev_ioctl_base_new()};
     std::unique_ptr<UMockdevIoctlBase, Unref> reset{umockdev_ioctl_base_new()};
 };

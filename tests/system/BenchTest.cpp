@@ -65,6 +65,15 @@ TEST(SystemBench, FailsWithAStatusOfItsOwn) {
     EXPECT_EQ(125, RunToEnd(Bench({"--json", "/nowhere/x", "--", "true"})).status);
 }
 
+TEST(SystemBench, NeedsAFolderForTemporaryFiles) {
+    const Outcome outcome = RunToEnd(Words{"env", "TMPDIR=/nowhere"} + Bench({"--", "true"}));
+    EXPECT_EQ(125, outcome.status);
+    EXPECT_EQ(
+        "bbpsim: the devices need a folder for temporary files, and /nowhere is none: No such file "
+        "or directory\n",
+        outcome.err);
+}
+
 TEST(SystemBench, TellsWhatItIsAskedAndEnds) {
     const Outcome help = RunToEnd({BBPSIM, "--help"});
     EXPECT_EQ(0, help.status);
@@ -233,11 +242,10 @@ TEST(SystemBenchShell, MayBeAnyShell) {
 
 TEST(SystemBenchShell, GoesWhenTheBenchIsToldTo) {
     TemporaryFolder home;
-    Process bench(Words{"env", "HOME=" + home.Path(""), "SHELL=/bin/bash", "script", "-qec",
-                        "exec " + BBPSIM + " --pace none", "/dev/null"});
-    AwaitOutput(bench, "(head unit)");
-    kill(bench.Id(), SIGTERM);
-    bench.Wait();
+    Terminal terminal(Words{"env", "SHELL=/bin/bash", "HOME=" + home.Path("")} + Bench({}));
+    ASSERT_TRUE(terminal.Shows("(head unit) "));
+    kill(terminal.Id(), SIGTERM);
+    EXPECT_EQ(128 + SIGHUP, terminal.Wait());
 }
 
 // The flash

@@ -18,6 +18,8 @@ class Terminal {
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
+    pid_t Id() const { return pid_; }
+
     void Type(const std::string& text);
 
     // Reads the screen until the text stands on it that was not there before. False if the program
