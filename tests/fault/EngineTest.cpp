@@ -165,7 +165,7 @@ TEST(InjectionTest, EachHasAnIdOfItsOwnThatLeadsBackToIt) {
 }
 
 TEST(InjectionTest, TextThatIsNoIdIsRefused) {
-    for (const char* text : {"", "send", "send@x:fail:5:0:1", "sent@1:fail:5:0:1", "read#1:flip"}) {
+    for (const char* text : {"", "send", "send@x:fail:5:0:1", "sent@1:fail:5:0:1", "read 1 flip"}) {
         EXPECT_ANY_THROW(RunOne(Scenario::Of("-s,100,update"), Injection::Of(text))) << text;
     }
     EXPECT_ANY_THROW(Scenario::Of("-s"));

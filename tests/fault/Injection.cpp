@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "sim/FaultText.h"
+
 namespace fault {
 
 namespace {
@@ -16,17 +18,7 @@ constexpr std::array<std::string_view, 6> kHows = {"none",  "fail",  "after",
                                                    "value", "limit", "block"};
 constexpr std::array<std::string_view, 3> kFileActions = {"none", "resize", "unreadable"};
 
-constexpr std::array<std::string_view, 11> kEvents = {"write",   "read",      "segment", "poll",
-                                                      "version", "unprotect", "burn",    "reset",
-                                                      "raise",   "lock",      "unlock"};
-
-constexpr std::array<std::string_view, 28> kActions = {
-    "fail",         "fail_after",  "nak",       "restart",     "power_loss",
-    "never_grant",  "lose",        "dead_line", "flip",        "byte",
-    "count",        "length",      "zeros",     "ones",        "previous",
-    "other",        "checksum",    "status",    "program",     "refuse",
-    "forget",       "busy",        "reject",    "die_erasing", "die_programming",
-    "verify_fails", "never_ready", "slow_start"};
+constexpr char kBetween[] = " + ";  // two faults of one injection
 
 template <typename Names>
 std::size_t IndexOf(const Names& names, const std::string& name) {
@@ -47,11 +39,12 @@ std::string_view Named(const Names& names, Enumeration value) {
     return names[static_cast<std::size_t>(value)];
 }
 
-std::vector<std::string> Split(const std::string& text, char separator) {
+std::vector<std::string> Split(const std::string& text, const std::string& separator) {
     std::vector<std::string> parts;
-    std::istringstream stream(text);
-    for (std::string part; std::getline(stream, part, separator);) {
-        parts.push_back(part);
+    std::size_t begin = 0;
+    for (std::size_t end = 0; end != std::string::npos; begin = end + separator.size()) {
+        end = text.find(separator, begin);
+        parts.push_back(text.substr(begin, end - begin));
     }
     return parts;
 }
@@ -77,13 +70,6 @@ std::string NameOfCall(const CallFault& fault) {
     return name.str();
 }
 
-std::string NameOfUnit(const sim::Fault& fault) {
-    std::ostringstream name;
-    name << Named(kEvents, fault.event) << '#' << fault.nth << ':' << Named(kActions, fault.action)
-         << ':' << fault.value << ':' << static_cast<long>(fault.offset) << ':' << fault.times;
-    return name.str();
-}
-
 CallFault CallOf(const std::string& kind, const std::vector<std::string>& parts) {
     CallFault fault{CallKindOf(kind), std::stoi(parts.at(0)), {}, 1, FileAction::kNone, 0};
     if (parts.size() == 3) {
@@ -98,27 +84,21 @@ CallFault CallOf(const std::string& kind, const std::vector<std::string>& parts)
     return fault;
 }
 
-sim::Fault UnitOf(const std::string& event, const std::vector<std::string>& parts) {
+sim::Fault UnitOf(const std::string& text) {
     sim::Fault fault;
-    fault.event = ValueOf<sim::Event>(kEvents, event);
-    fault.nth = static_cast<unsigned>(std::stoul(parts.at(0)));
-    fault.action = ValueOf<sim::Action>(kActions, parts.at(1));
-    fault.value = static_cast<unsigned>(std::stoul(parts.at(2)));
-    fault.offset = static_cast<std::size_t>(std::stol(parts.at(3)));
-    fault.times = static_cast<unsigned>(std::stoul(parts.at(4)));
+    sim::FaultMistake mistake;
+    if (!sim::ParseFault(text, &fault, &mistake)) {
+        throw std::invalid_argument(sim::ShowMistake(text, mistake));
+    }
     return fault;
 }
 
 Fault FaultOf(const std::string& name) {
-    const std::size_t mark = name.find_first_of("@#");
+    const std::size_t mark = name.find('@');
     if (mark == std::string::npos) {
-        throw std::invalid_argument("no fault: " + name);
+        return Fault{false, CallFault{}, UnitOf(name)};
     }
-    const std::string what = name.substr(0, mark);
-    const std::vector<std::string> parts = Split(name.substr(mark + 1), ':');
-    const bool is_call = name[mark] == '@';
-    return is_call ? Fault{true, CallOf(what, parts), {}}
-                   : Fault{false, CallFault{}, UnitOf(what, parts)};
+    return Fault{true, CallOf(name.substr(0, mark), Split(name.substr(mark + 1), ":")), {}};
 }
 
 }  // namespace
@@ -143,15 +123,15 @@ std::string Injection::Name() const {
     std::string name;
     for (int i = 0; i < count; ++i) {
         const Fault& fault = faults[static_cast<std::size_t>(i)];
-        name += i > 0 ? "+" : "";
-        name += fault.is_call ? NameOfCall(fault.call) : NameOfUnit(fault.unit);
+        name += i > 0 ? kBetween : "";
+        name += fault.is_call ? NameOfCall(fault.call) : sim::FaultText(fault.unit);
     }
     return name;
 }
 
 Injection Injection::Of(const std::string& name) {
     Injection injection{Kind::kPair, 0, {}};
-    for (const std::string& part : Split(name, '+')) {
+    for (const std::string& part : Split(name, kBetween)) {
         injection.faults.at(static_cast<std::size_t>(injection.count++)) = FaultOf(part);
     }
     if (injection.count == 0) {

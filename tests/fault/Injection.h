@@ -46,7 +46,8 @@ struct Injection {
     static Injection Of(Kind kind, const sim::Fault& unit);
     static Injection Pair(const Injection& first, const Injection& second);
 
-    // Its name: "send@38:fail:5:0:1", "read#3:flip:7:12:1", two of them with a plus sign between.
+    // Its name: "send@38:fail:5:0:1" for a call's fault, a head unit's as bbpsim has it, such as
+    // "read 3 flip 12:7", two of them with " + " between.
     std::string Name() const;
     // Throws std::invalid_argument for a text that is no injection's name.
     static Injection Of(const std::string& name);
