@@ -3,18 +3,17 @@
 //
 // An input's bytes: the command, its flags, the failing call and its errno value, then what each
 // read brings. Behind its end the chip answers properly, so that a run comes to its end.
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
-#include "tests/fuzz/LabelModel.h"
+#include "sim/LogicalMessage.h"
+#include "sim/SampleImage.h"
 #include "tests/fuzz/Require.h"
 #include "tests/fuzz/Surroundings.h"
 
@@ -23,6 +22,7 @@ extern "C" size_t LLVMFuzzerMutate(std::uint8_t* data, size_t size, size_t max_s
 
 namespace {
 
+using namespace sim;
 using fuzz::Require;
 
 enum Command {
@@ -47,9 +47,6 @@ enum Flag {
 };
 
 const std::size_t CHUNK_HEADER = 16;
-const std::size_t READ_SIZE = 65;
-const std::size_t LM_SIZE = 2048;
-const std::size_t OVERHEAD = 13;  // header and checksum of a logical message
 
 // Round the ends of the first and the second segment.
 const std::size_t IMAGE_SIZES[] = {0, 1, 2033, 2034, 2035, 4068, 4069, 5000};
@@ -71,18 +68,6 @@ Image MakeImage() {
     return image;
 }
 const Image IMAGE_BYTES = MakeImage();
-
-std::size_t Half(const std::uint8_t* at) {
-    return static_cast<std::size_t>(at[0] | at[1] << 8);
-}
-
-std::uint8_t Sum(const std::uint8_t* from, std::size_t count) {
-    std::uint8_t sum = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        sum = static_cast<std::uint8_t>(sum + from[i]);
-    }
-    return sum;
-}
 
 class HostileChip : public fuzz::Surroundings {
   public:
@@ -116,8 +101,8 @@ class HostileChip : public fuzz::Surroundings {
     std::size_t ImageSize() const override { return IMAGE_SIZES[(flags_ & IMAGE) >> 2]; }
 
     std::size_t ReadImage(std::size_t offset, char* to, std::size_t size) const override {
-        if (offset >= fuzz::LABEL_OFFSET) {
-            return ReadLabel(offset - fuzz::LABEL_OFFSET, to, size);
+        if (offset >= LABEL_OFFSET) {
+            return ReadLabel(offset - LABEL_OFFSET, to, size);
         }
         const std::size_t count = std::min(size, ImageSize() - std::min(offset, ImageSize()));
         if (count > 0) {
@@ -128,10 +113,9 @@ class HostileChip : public fuzz::Surroundings {
 
     // Whether each call of a command of one write and one read succeeds as far as it counts: lock,
     // send, unlock, whose failure fails nothing, lock, receive, unlock.
-    bool ExchangeSucceeds(std::size_t calls_before) const {
-        const std::size_t call = failing_call_ - calls_before;
-        const bool none = failing_call_ <= calls_before || call > 6;
-        return none || (call == 3 && !Has(PERSISTENT));
+    bool ExchangeSucceeds() const {
+        const bool none = failing_call_ == 0 || failing_call_ > 6;
+        return none || (failing_call_ == 3 && !Has(PERSISTENT));
     }
 
     // Whether the last read answers the last request.
@@ -141,18 +125,20 @@ class HostileChip : public fuzz::Surroundings {
         if (count < OVERHEAD || count >= READ_SIZE) {
             return false;
         }
-        const std::size_t length = Half(lm + 4);
+        const std::size_t length = GetField(lm + LENGTH_AT);
         const std::size_t summed = length == 0 ? 0 : std::min(length - 1, READ_SIZE - 1);
-        return lm[count - 1] == Sum(lm, summed) && lm[0] == 0xA5 && lm[1] == 0xA5 &&
-               lm[2] == request_[2] && lm[3] == request_[3] && lm[6] == request_[6] &&
-               std::equal(lm + 8, lm + 12, request_.begin() + 8) && (lm[7] & 1) != 0;
+        return lm[count - 1] == Sum(lm, summed) && lm[0] == SYNC && lm[1] == SYNC &&
+               lm[COUNT_AT] == request_[COUNT_AT] && lm[INSTANCE_AT] == request_[INSTANCE_AT] &&
+               lm[OPCODE_AT] == request_[OPCODE_AT] &&
+               std::equal(lm + SEGMENTS_AT, lm + PAYLOAD_AT, request_.begin() + SEGMENTS_AT) &&
+               (lm[STATUS_AT] & RECEIVED) != 0;
     }
 
     // Whether no call failed and every read was an answer.
     bool Behaved() const { return failing_call_ == 0 && behaved_; }
 
     std::size_t PayloadSize() const { return read_[0] - OVERHEAD; }
-    const std::uint8_t* Payload() const { return read_.data() + OVERHEAD; }
+    const std::uint8_t* Payload() const { return read_.data() + 1 + PAYLOAD_AT; }
 
     bool HasWholeImage() const {
         return received_ == ImageSize() &&
@@ -161,19 +147,20 @@ class HostileChip : public fuzz::Surroundings {
 
   private:
     void Take(const std::uint8_t* lm, std::size_t size) {
-        Require(size > OVERHEAD && size <= LM_SIZE, "a request of 14 to 2048 bytes");
-        Require(lm[0] == 0xA5 && lm[1] == 0xA5 && lm[3] == 1 && lm[7] == 0, "a request's header");
+        Require(size > OVERHEAD && size <= LONGEST_MESSAGE, "a request of 14 to 2048 bytes");
+        Require(lm[0] == SYNC && lm[1] == SYNC && lm[INSTANCE_AT] == 1 && lm[STATUS_AT] == 0,
+                "a request's header");
         // An only segment's length field leaves its function byte out, and the sum goes by it.
-        const std::size_t length = Half(lm + 4);
+        const std::size_t length = GetField(lm + LENGTH_AT);
         Require(length == size || length + 1 == size, "a request's length");
         Require(Sum(lm, length - 1) == lm[size - 1], "a request's checksum");
         std::copy(lm, lm + OVERHEAD, request_.begin());
-        const std::size_t segment = Half(lm + 10);
-        if (segment == 0 && lm[12] == 4) {
+        const std::size_t segment = GetField(lm + SEGMENT_AT);
+        if (segment == 0 && lm[PAYLOAD_AT] == FUNCTION_PROGRAM) {
             received_ = 0;
-            Append(lm + OVERHEAD, size - OVERHEAD - 1);
+            Append(lm + PAYLOAD_AT + 1, size - OVERHEAD - 1);
         } else if (segment > 0) {
-            Append(lm + OVERHEAD - 1, size - OVERHEAD);
+            Append(lm + PAYLOAD_AT, size - OVERHEAD);
         }
     }
 
@@ -219,23 +206,23 @@ class HostileChip : public fuzz::Surroundings {
     void Answer(Read& read, std::size_t edits, std::size_t payload) {
         std::uint8_t* const lm = read.data() + 1;
         const std::size_t size = OVERHEAD + payload;
-        std::copy(request_.begin(), request_.begin() + 12, lm);
+        std::copy(request_.begin(), request_.begin() + PAYLOAD_AT, lm);
         for (std::size_t i = 0; i < payload; ++i) {
-            lm[12 + i] = input_.Empty() ? PROPER_PAYLOAD[i % sizeof PROPER_PAYLOAD] : input_.Byte();
+            lm[PAYLOAD_AT + i] =
+                input_.Empty() ? PROPER_PAYLOAD[i % sizeof PROPER_PAYLOAD] : input_.Byte();
         }
         read[0] = static_cast<std::uint8_t>(size);
-        lm[4] = static_cast<std::uint8_t>(size);
-        lm[5] = 0;
-        lm[7] = 1;
+        SetField(lm + LENGTH_AT, static_cast<unsigned>(size));
+        lm[STATUS_AT] = RECEIVED;
         Change(read, edits);
-        lm[size - 1] = Sum(lm, std::min(size, std::max<std::size_t>(Half(lm + 4), 1)) - 1);
+        lm[size - 1] =
+            Sum(lm, std::min(size, std::max<std::size_t>(GetField(lm + LENGTH_AT), 1)) - 1);
     }
 
     static std::size_t ReadLabel(std::size_t offset, char* to, std::size_t size) {
-        const std::size_t count =
-            std::min(size, fuzz::LABEL_SIZE - std::min(offset, fuzz::LABEL_SIZE));
+        const std::size_t count = std::min(size, LABEL_SIZE - std::min(offset, LABEL_SIZE));
         std::string label(MATCHING_LABEL);
-        label.resize(fuzz::LABEL_SIZE, ' ');
+        label.resize(LABEL_SIZE, ' ');
         std::memcpy(to, label.data() + offset, count);
         return count;
     }
@@ -292,7 +279,7 @@ void AskOnce(const HostileChip& chip, HdChip& hd) {
         default:
             result = hd.UnprotectNvm();
     }
-    const bool answered = chip.ExchangeSucceeds(0) && chip.Answers();
+    const bool answered = chip.ExchangeSucceeds() && chip.Answers();
     if (chip.GetCommand() == VERSION) {
         Require(result == answered, "a version from an answer alone");
         Require(version == (answered ? VersionOf(chip) : "before"), "the version's text");
@@ -330,7 +317,7 @@ int RunProgram(const HostileChip& chip) {
 
 // An image whose end the program finds only at a further, empty segment, and fails there.
 bool EndsWithASegment(std::size_t image) {
-    return (image + 1) % (LM_SIZE - OVERHEAD) == 0 || image == 0;
+    return (image + 1) % (LONGEST_MESSAGE - OVERHEAD) == 0 || image == 0;
 }
 
 void RunCommand(const HostileChip& chip) {

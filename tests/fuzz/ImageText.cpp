@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/SampleImage.h"
 #include "tests/fuzz/LabelModel.h"
 #include "tests/fuzz/Require.h"
 #include "tools/image/ImageReport.h"
@@ -15,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string label(reinterpret_cast<const char*>(data), size);
     const std::optional<std::string> field = tools::EncodeLabel(label);
     if (field) {
-        fuzz::Require(field->size() == fuzz::LABEL_SIZE, "a field of 37 bytes");
+        fuzz::Require(field->size() == sim::LABEL_SIZE, "a field of 37 bytes");
         fuzz::Require(fuzz::ReadLabel(*field) == label, "the updater reads the label back");
     }
 

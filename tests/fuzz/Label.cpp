@@ -6,6 +6,7 @@
 
 #include "driver/bbpflash.h"
 #include "hutil/hutil_init.h"
+#include "sim/SampleImage.h"
 #include "tests/fuzz/LabelModel.h"
 #include "tests/fuzz/Require.h"
 #include "tests/fuzz/Surroundings.h"
@@ -19,14 +20,13 @@ class LabelledImage : public fuzz::Surroundings {
     LabelledImage(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
 
     int Devctl(int, std::uint8_t*, std::size_t) override { return 0; }
-    std::size_t ImageSize() const override { return fuzz::LABEL_OFFSET + size_; }
+    std::size_t ImageSize() const override { return sim::LABEL_OFFSET + size_; }
 
     std::size_t ReadImage(std::size_t offset, char* to, std::size_t size) const override {
         const std::size_t count = std::min(size, ImageSize() - std::min(offset, ImageSize()));
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t at = offset + i;
-            to[i] =
-                at < fuzz::LABEL_OFFSET ? 'x' : static_cast<char>(data_[at - fuzz::LABEL_OFFSET]);
+            to[i] = at < sim::LABEL_OFFSET ? 'x' : static_cast<char>(data_[at - sim::LABEL_OFFSET]);
         }
         return count;
     }
@@ -40,8 +40,8 @@ class LabelledImage : public fuzz::Surroundings {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // What a short file leaves of the field is NULs.
-    std::string field(reinterpret_cast<const char*>(data), std::min(size, fuzz::LABEL_SIZE));
-    field.resize(fuzz::LABEL_SIZE, '\0');
+    std::string field(reinterpret_cast<const char*>(data), std::min(size, sim::LABEL_SIZE));
+    field.resize(sim::LABEL_SIZE, '\0');
     const std::optional<std::string> expected = fuzz::ReadLabel(field);
     const bool readable = size > 0;
 

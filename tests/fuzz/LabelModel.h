@@ -9,9 +9,6 @@
 
 namespace fuzz {
 
-const std::size_t LABEL_OFFSET = 925630;
-const std::size_t LABEL_SIZE = 37;
-
 // The version that a label field means: what is between its blanks, less two characters. Nothing
 // for a field of blanks.
 inline std::optional<std::string> ReadLabel(const std::string& field) {
