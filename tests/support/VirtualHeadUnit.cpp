@@ -35,8 +35,8 @@ constexpr std::size_t kStreamBuffer = 4096;
 constexpr std::size_t kBlockHeader = 16;
 constexpr std::uint32_t kFormat7Bit = 2;
 
-// A program that asks so often whether a file has ended, and does nothing else, never stops.
-constexpr int kMostIdleFeofs = 1000;
+// A program that makes so many calls while no time passes never stops.
+constexpr int kMostIdleCalls = 10000;
 
 std::uint32_t Word(const std::uint8_t* at) {
     return at[0] | static_cast<std::uint32_t>(at[1]) << 8 |
@@ -125,7 +125,7 @@ RunResult VirtualHeadUnit::RunPiece(const std::function<int()>& piece) {
     bus_descriptor_ = -1;
     line_descriptors_.clear();
     next_descriptor_ = STDERR_FILENO + 1;
-    idle_feofs_ = 0;
+    idle_calls_ = 0;
     discard_output_ = false;
     ResetProgram();
     OpenStreams();
@@ -167,7 +167,7 @@ void VirtualHeadUnit::Exit(int status) {
 }
 
 Call& VirtualHeadUnit::Begin(CallKind kind, std::int64_t argument, std::int64_t detail) {
-    idle_feofs_ = 0;
+    CountIdle();
     const int error = errno;
     Call& call = log_.Add(kind, unit_.Now() - started_);
     call.error_before = error;
@@ -186,7 +186,14 @@ Strike VirtualHeadUnit::Ask(Call& call) {
     return strike;
 }
 
+void VirtualHeadUnit::CountIdle() {
+    if (++idle_calls_ > kMostIdleCalls) {
+        Leave(Outcome::kEndless);
+    }
+}
+
 void VirtualHeadUnit::Pass(Duration time) {
+    idle_calls_ = 0;
     unit_.Advance(time);
     if (unit_.Now() - last_pulse_ > time_limit_) {
         Leave(Outcome::kEndless);
@@ -416,9 +423,7 @@ std::size_t VirtualHeadUnit::Fread(void* to, std::size_t wanted, std::FILE* file
 }
 
 int VirtualHeadUnit::Feof(std::FILE* file) {
-    if (++idle_feofs_ > kMostIdleFeofs) {
-        Leave(Outcome::kEndless);
-    }
+    CountIdle();
     return files.AtEnd(file) ? 1 : 0;
 }
 

@@ -123,6 +123,7 @@ class VirtualHeadUnit {
     Strike Ask(Call& call);
     int Transfer(CallKind kind, int descriptor, void* data, std::size_t size);
     int Lock();
+    void CountIdle();
     void Pass(Duration time);
     void Perform(const std::function<int()>& piece);
     void CheckOutput(const std::vector<std::string>& arguments, const RunResult& result) const;
@@ -143,7 +144,7 @@ class VirtualHeadUnit {
     int bus_descriptor_ = -1;
     std::vector<int> line_descriptors_;
     int next_descriptor_ = 0;
-    int idle_feofs_ = 0;
+    int idle_calls_ = 0;
     bool discard_output_ = false;
     std::vector<std::uint8_t> received_;
     std::FILE* real_stdout_ = nullptr;
