@@ -40,7 +40,8 @@ unpack_kernel() {
 build_bridge() {
     rm -rf "$work/bridge"
     cp -r "$here/bridge" "$work/bridge"
-    make -s -C "$root/usr/src/linux-headers-$release" M="$work/bridge" modules >"$work/bridge.log" 2>&1 ||
+    make -s -C "$root/usr/src/linux-headers-$release" M="$work/bridge" modules \
+        >"$work/bridge.log" 2>&1 ||
         { cat "$work/bridge.log" >&2 && exit 1; }
 }
 
@@ -69,11 +70,12 @@ echo "kernel $release"
 build_bridge
 make_initramfs
 # no_timer_check: on a busy host the guest's timer may tick too late for the kernel's test of it.
-timeout 300 qemu-system-x86_64 -machine q35,accel=tcg -smp 1 -m 512 -nographic -no-reboot -nic none \
-    -kernel "$root/boot/vmlinuz-$release" -initrd "$work/initramfs.cpio" \
-    -append "console=ttyS0 quiet panic=-1 no_timer_check" </dev/null | tr -d '\r' | tee "$work/console.log" |
-    grep -aE '^(ok|not ok):' || true
-if grep -aq '^not ok' "$work/console.log" || ! grep -aq '^the guest has come to its end' "$work/console.log"; then
+timeout 300 qemu-system-x86_64 -machine q35,accel=tcg -smp 1 -m 512 -nographic -no-reboot \
+    -nic none -kernel "$root/boot/vmlinuz-$release" -initrd "$work/initramfs.cpio" \
+    -append "console=ttyS0 quiet panic=-1 no_timer_check" </dev/null |
+    tr -d '\r' | tee "$work/console.log" | grep -aE '^(ok|not ok):' || true
+if grep -aq '^not ok' "$work/console.log" ||
+    ! grep -aq '^the guest has come to its end' "$work/console.log"; then
     echo "the kernel test failed; the console's output is $work/console.log" >&2
     exit 1
 fi
