@@ -5,6 +5,7 @@
 
 #include "sim/ChipModel.h"
 #include "tests/fault/Runner.h"
+#include "tools/stream/StreamParser.h"
 
 namespace fault {
 
@@ -12,15 +13,10 @@ namespace {
 
 using virt::RunResult;
 
-constexpr std::string_view kName = "bbpflash";
 constexpr std::uint8_t kErased = 0xFF;
 
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
-bool StartsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
 }
 
 // Whether standard output has lost something.
@@ -39,75 +35,26 @@ bool AnyCall(const virt::CallLog& log, virt::CallKind kind, bool failed) {
     });
 }
 
-bool IsPercentage(std::string_view line) {
-    return !line.empty() && line.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-// One line of the documented output: the protocol's, a message, or a part of a dump.
-bool IsKnownLine(std::string_view line) {
-    if (IsPercentage(line) || line == "DONE" || line == "ERROR" || line.empty() ||
-        line[0] == '\t' || StartsWith(line, "I2C message chunk, ") || StartsWith(line, " @") ||
-        StartsWith(line, " (l = ") || StartsWith(line, " (t = ") || StartsWith(line, " (v = ")) {
-        return true;
-    }
-    if (!StartsWith(line, kName)) {
-        return false;
-    }
-    const std::string_view rest = line.substr(kName.size());
-    return StartsWith(rest, " MSG: ") || StartsWith(rest, " CRITICAL: ") ||
-           StartsWith(rest, " ERROR: ") || StartsWith(rest, " WRN: ") || StartsWith(rest, " INF: ");
-}
-
-// The percentages rise to 80 in a download, each at most once; the chip's phases follow in whatever
-// order it takes them; 99 closes the pass and comes once.
-class Percentages {
-  public:
-    bool Take(int value) {
-        if (value == 100) {
-            // Before DONE; none is left open.
-            return !in_pass_;
+// What contradicts the contract on the output; where the file's length was a lie, all but what is
+// worked out from it.
+std::string CheckLines(const RunResult& result, bool status_mode, bool honest_length) {
+    const unsigned ignored = honest_length
+                                 ? 0u
+                                 : unsigned{BBPFLASH_PROBLEM_FALLING} | BBPFLASH_PROBLEM_NUMBER |
+                                       BBPFLASH_PROBLEM_ORDER | BBPFLASH_PROBLEM_PASSES;
+    std::string found;
+    const auto take = [&found, ignored](const bbpflash_event& event) {
+        if (found.empty() && (event.problems & ~ignored) != 0) {
+            found = "a line against the output's contract: " + std::string(event.text, event.size);
         }
-        if (value >= 1 && value <= 80) {
-            const bool rises = value > last_ || !in_pass_ || phases_;
-            last_ = value;
-            in_pass_ = true;
-            phases_ = false;
-            return rises;
-        }
-        const bool known = value == 85 || value == 90 || value == 95 || value == 99;
-        const bool in_order = in_pass_ && last_ == 80;
-        phases_ = true;
-        if (value == 99) {
-            in_pass_ = false;
-            phases_ = false;
-            last_ = 0;
-        }
-        return known && in_order;
+    };
+    tools::StreamParser parser(status_mode ? BBPFLASH_MODE_STATUS : BBPFLASH_MODE_NARRATING, take);
+    parser.Feed(result.out.data(), result.out.size());
+    parser.Finish(result.status);
+    if (found.empty() && (parser.Problems() & ~ignored) != 0) {
+        found = "the output's end contradicts its contract";
     }
-
-  private:
-    bool in_pass_ = false;
-    bool phases_ = false;
-    int last_ = 0;
-};
-
-std::string CheckLines(const RunResult& result, bool check_order) {
-    if (!result.out.empty() && result.out.back() != '\n') {
-        return "standard output ends within a line";
-    }
-    Percentages percentages;
-    std::string_view rest = result.out;
-    while (!rest.empty()) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(line.size() + 1);
-        if (!IsKnownLine(line)) {
-            return "no line of the output's grammar: " + std::string(line);
-        }
-        if (check_order && IsPercentage(line) && !percentages.Take(std::stoi(std::string(line)))) {
-            return "a percentage out of order: " + std::string(line);
-        }
-    }
-    return "";
+    return found;
 }
 
 // A fault that makes the file's length a lie, or what the chip says.
@@ -134,7 +81,7 @@ std::string CheckOutput(const Injection& injection, const virt::CallLog& log,
     }
     const bool honest_length = !Falsifies(injection, virt::CallKind::kFtell) &&
                                !Falsifies(injection, virt::CallKind::kFread);
-    return CheckLines(result, facts.status_mode && honest_length);
+    return CheckLines(result, facts.status_mode, honest_length);
 }
 
 // After a fatal message nothing goes to the chip, but on a bus that was opened as descriptor 0.
