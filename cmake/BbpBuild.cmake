@@ -51,5 +51,5 @@ endfunction()
 # for it to run.
 function(bbp_quick_target target)
     bbp_target(${target})
-    target_compile_options(${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
+    target_compile_options(${target} PRIVATE $<IF:$<CONFIG:Debug>,-O0,-O1>)
 endfunction()

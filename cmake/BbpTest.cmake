@@ -20,6 +20,8 @@ function(bbp_add_gtest folder name)
     set(target "${folder}_${name}")
     add_executable(${target} ${ARG_SOURCES})
     bbp_quick_target(${target})
+    # Undefined behaviour is looked for in what is tested; in the test itself it doubles the build.
+    target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
     target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest_main)
     foreach(function IN LISTS ARG_WRAP)
         target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")
