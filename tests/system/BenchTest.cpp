@@ -245,6 +245,8 @@ TEST(SystemBenchShell, GoesWhenTheBenchIsToldTo) {
     Terminal terminal(Words{"env", "SHELL=/bin/bash", "HOME=" + home.Path("")} + Bench({}));
     ASSERT_TRUE(terminal.Shows("(head unit) "));
     kill(terminal.Id(), SIGTERM);
+    // A shell that was just about to wait for a key heeds the signal at the next one.
+    terminal.Type("\n");
     EXPECT_EQ(128 + SIGHUP, terminal.Wait());
 }
 
