@@ -246,8 +246,7 @@ TEST(SystemBenchShell, GoesWhenTheBenchIsToldTo) {
     ASSERT_TRUE(terminal.Shows("(head unit) "));
     kill(terminal.Id(), SIGTERM);
     // A shell that was just about to wait for a key heeds the signal at the next one.
-    terminal.Type("\n");
-    EXPECT_EQ(128 + SIGHUP, terminal.Wait());
+    EXPECT_EQ(128 + SIGHUP, terminal.WaitPressing("\n"));
 }
 
 // The flash

@@ -13,7 +13,12 @@ namespace system_test {
 
 namespace {
 
-constexpr int PATIENCE = 60000;  // milliseconds
+constexpr int PATIENCE = 60000;    // milliseconds
+constexpr int BETWEEN_KEYS = 100;  // milliseconds
+
+int StatusOf(int status) {
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
 
 }  // namespace
 
@@ -76,7 +81,22 @@ int Terminal::Wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return StatusOf(status);
+}
+
+int Terminal::WaitPressing(const std::string& key) {
+    int status = 0;
+    while (waitpid(pid_, &status, WNOHANG) == 0) {
+        Type(key);
+        // A terminal that nobody reads stops the program.
+        pollfd waiting = {line_, POLLIN, 0};
+        char buffer[256];
+        if (poll(&waiting, 1, BETWEEN_KEYS) == 1) {
+            (void)!read(line_, buffer, sizeof buffer);
+        }
+    }
+    pid_ = -1;
+    return StatusOf(status);
 }
 
 }  // namespace system_test

@@ -32,6 +32,9 @@ class Terminal {
     // Waits for the program's end; returns as Outcome::status.
     int Wait();
 
+    // As Wait, with the key pressed now and then until the program ends.
+    int WaitPressing(const std::string& key);
+
     const std::string& Screen() const { return screen_; }
 
   private:
