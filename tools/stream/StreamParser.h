@@ -27,8 +27,8 @@ class StreamParser {
   private:
     void EndLine();
     void TakeLine(const Line& line);
-    void TakePercent(int percent);
-    void TakeDownloadPercent(int percent);
+    void TakePercent(int value);
+    void TakeDownloadPercent(int value);
     void TakeMessage(const Line& line);
     bool MayBeginPass() const;
     void BeginPass();

@@ -42,8 +42,8 @@ class UpdateProgress {
 
   private:
     Milliseconds Download() const;
-    Milliseconds LengthOf(bbpflash_phase phase) const;
-    Milliseconds Before(bbpflash_phase phase) const;
+    Milliseconds LengthOf(bbpflash_phase of) const;
+    Milliseconds Before(bbpflash_phase until) const;
     double ShareOfPhase(Milliseconds now) const;
 
     const Milliseconds expected_download;

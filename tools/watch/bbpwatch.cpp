@@ -23,7 +23,6 @@
 namespace {
 
 using tools::Milliseconds;
-using tools::WatchEvent;
 using Words = std::vector<std::string>;
 
 // Beyond what an updater ends with, in the manner of sysexits.h.
