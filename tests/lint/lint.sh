@@ -22,7 +22,7 @@ files() {
     for pattern in "$@"; do
         names+=(-o -name "$pattern")
     done
-    find "$folder" \( -path ./build -o -path ./.git \) -prune -o -type f \
+    find "$folder" \( -path ./build -o -path ./.git -o -name __pycache__ \) -prune -o -type f \
         \( "${names[@]:1}" \) -print | sort
 }
 
