@@ -47,7 +47,7 @@ check_licence() {
     while read -r file; do
         head -n 5 "$file" | grep -q 'SPDX-License-Identifier: Apache-2.0' ||
             complain "$file: no SPDX-License-Identifier"
-    done < <(files . '*' | grep -vE '^\./LICENSES/|\.(json|use|png|pcap|vcd|bin)$|/corpus/|/data/')
+    done < <(files . '*' | grep -vE '^\./LICENSE(S/|$)|\.(json|use|png|pcap|vcd|bin)$|/corpus/|/data/')
 }
 
 # A header includes what it needs itself, with either compiler.
@@ -98,7 +98,7 @@ check_links() {
     while read -r page; do
         while read -r target; do
             [[ -e "$(dirname "$page")/$target" ]] || complain "$page: no $target"
-        done < <(grep -oE '\]\([^)#: ]+' "$page" | cut -c 3-)
+        done < <(grep -oE '\]\([^)#: ]+[)#]' "$page" | sed 's/^..//; s/.$//')
     done < <(files . '*.md')
 }
 
