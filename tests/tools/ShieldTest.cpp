@@ -22,48 +22,48 @@ Ruling::What Judge(const std::string& lines, int later = 5000,
 
 TEST(Shield, LetsAnUpdateEndBeforeAndDuringItsDownload) {
     for (const char* lines : {"", "1\n", "40\n", "78\n"}) {
-        EXPECT_EQ(Ruling::END, Judge(lines)) << lines;
+        EXPECT_EQ(Ruling::What::End, Judge(lines)) << lines;
     }
 }
 
 TEST(Shield, HoldsFromTheLastSegmentsToTheChipsWord) {
     for (const char* lines : {"79\n", "80\n", "80\n85\n", "80\n90\n", "80\n95\n"}) {
-        EXPECT_EQ(Ruling::WAIT, Judge(lines)) << lines;
+        EXPECT_EQ(Ruling::What::Wait, Judge(lines)) << lines;
     }
-    EXPECT_EQ(Ruling::END, Judge("80\n99\n"));
+    EXPECT_EQ(Ruling::What::End, Judge("80\n99\n"));
 }
 
 TEST(Shield, HoldsEarlierWhenTheImageHasFewSegments) {
     // After 50 of 80 per cent of 6 segments, 2 are left, of which one may have gone out.
-    EXPECT_EQ(Ruling::WAIT, Judge("54\n", 5000, BBPFLASH_MODE_STATUS, 6));
-    EXPECT_EQ(Ruling::END, Judge("40\n", 5000, BBPFLASH_MODE_STATUS, 6));
-    EXPECT_EQ(Ruling::WAIT, Judge("1\n", 5000, BBPFLASH_MODE_STATUS, 0));
+    EXPECT_EQ(Ruling::What::Wait, Judge("54\n", 5000, BBPFLASH_MODE_STATUS, 6));
+    EXPECT_EQ(Ruling::What::End, Judge("40\n", 5000, BBPFLASH_MODE_STATUS, 6));
+    EXPECT_EQ(Ruling::What::Wait, Judge("1\n", 5000, BBPFLASH_MODE_STATUS, 0));
 }
 
 TEST(Shield, LetsTheResetLineGoUpFirst) {
-    EXPECT_EQ(Ruling::LATER, Judge("80\n99\n", 900));
-    EXPECT_EQ(Ruling::END, Judge("80\n99\n", 1000));
+    EXPECT_EQ(Ruling::What::Later, Judge("80\n99\n", 900));
+    EXPECT_EQ(Ruling::What::End, Judge("80\n99\n", 1000));
     const WatchedUpdate update(Milliseconds(25000));
     const Shield shield(BBPFLASH_MODE_STATUS, SEGMENTS);
-    EXPECT_EQ(Ruling::LATER, shield.Judge(update.progress, Milliseconds(500)).what);
+    EXPECT_EQ(Ruling::What::Later, shield.Judge(update.progress, Milliseconds(500)).what);
 }
 
 TEST(Shield, LetsGoWhenTheChipRefusesTheImage) {
-    EXPECT_EQ(Ruling::END,
+    EXPECT_EQ(Ruling::What::End,
               Judge("80\n95\nb ERROR: image verification failed, CRC error @HdChip.cpp:1\n"));
 }
 
 TEST(Shield, LetsGoWhenTheChipTakesLongerThanAnyDoes) {
-    EXPECT_EQ(Ruling::WAIT, Judge("80\n85\n", 180000));
-    EXPECT_EQ(Ruling::END, Judge("80\n85\n", 180001));
+    EXPECT_EQ(Ruling::What::Wait, Judge("80\n85\n", 180000));
+    EXPECT_EQ(Ruling::What::End, Judge("80\n85\n", 180001));
 }
 
 TEST(Shield, HoldsTheWholeDownloadOfAnUpdateThatTellsNoPercentage) {
     const std::string sending = "b MSG: Sending \"a.bin\" to BBP\n";
-    EXPECT_EQ(Ruling::END, Judge("", 5000, BBPFLASH_MODE_NARRATING));
-    EXPECT_EQ(Ruling::WAIT, Judge(sending, 5000, BBPFLASH_MODE_NARRATING));
-    EXPECT_EQ(Ruling::WAIT, Judge(sending, 230000, BBPFLASH_MODE_NARRATING));
-    EXPECT_EQ(Ruling::END, Judge(sending, 230001, BBPFLASH_MODE_NARRATING));
+    EXPECT_EQ(Ruling::What::End, Judge("", 5000, BBPFLASH_MODE_NARRATING));
+    EXPECT_EQ(Ruling::What::Wait, Judge(sending, 5000, BBPFLASH_MODE_NARRATING));
+    EXPECT_EQ(Ruling::What::Wait, Judge(sending, 230000, BBPFLASH_MODE_NARRATING));
+    EXPECT_EQ(Ruling::What::End, Judge(sending, 230001, BBPFLASH_MODE_NARRATING));
 }
 
 TEST(Shield, SaysWhyItHolds) {

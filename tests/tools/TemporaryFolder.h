@@ -18,12 +18,12 @@ class TemporaryFolder {
         if (mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("no temporary folder");
         }
-        folder = name;
+        folder_ = name;
     }
 
-    ~TemporaryFolder() { std::filesystem::remove_all(folder); }
+    ~TemporaryFolder() { std::filesystem::remove_all(folder_); }
 
-    std::string Path(const std::string& name) const { return (folder / name).string(); }
+    std::string Path(const std::string& name) const { return (folder_ / name).string(); }
 
     std::string Write(const std::string& name, const std::string& bytes) const {
         std::ofstream(Path(name), std::ios::binary) << bytes;
@@ -37,7 +37,7 @@ class TemporaryFolder {
 
     // The number of entries in the folder.
     std::ptrdiff_t Count() const {
-        return std::distance(std::filesystem::directory_iterator(folder),
+        return std::distance(std::filesystem::directory_iterator(folder_),
                              std::filesystem::directory_iterator());
     }
 
@@ -45,7 +45,7 @@ class TemporaryFolder {
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
   private:
-    std::filesystem::path folder;
+    std::filesystem::path folder_;
 };
 
 #endif

@@ -63,21 +63,21 @@ class WatchTest : public testing::Test {
 TEST_F(WatchTest, PassesTheUpdatersStatusOn) {
     Hear(10000, UPDATE);
     EXPECT_EQ(0, Finish(0));
-    EXPECT_EQ("updated and verified after 0:50\n", Told(WatchEvent::END));
+    EXPECT_EQ("updated and verified after 0:50\n", Told(WatchEvent::Kind::End));
     EXPECT_EQ(BBPFLASH_VERDICT_SUCCESS, recorder.events.back().verdict);
 }
 
 TEST_F(WatchTest, SaysWhenNothingWasToBeDone) {
     Hear(4000, "100\nDONE\n");
     EXPECT_EQ(0, Finish(0));
-    EXPECT_EQ("up to date after 0:50\n", Told(WatchEvent::END));
+    EXPECT_EQ("up to date after 0:50\n", Told(WatchEvent::Kind::End));
 }
 
 TEST_F(WatchTest, PassesAFailuresStatusOn) {
     Hear(10000, FAILURE);
     EXPECT_EQ(1, Finish(1));
-    EXPECT_EQ("the update failed, status 1 after 0:50\n", Told(WatchEvent::END));
-    EXPECT_EQ("", Told(WatchEvent::PROBLEM));
+    EXPECT_EQ("the update failed, status 1 after 0:50\n", Told(WatchEvent::Kind::End));
+    EXPECT_EQ("", Told(WatchEvent::Kind::Problem));
 }
 
 TEST_F(WatchTest, NeverTakesAContradictionForSuccess) {
@@ -86,29 +86,29 @@ TEST_F(WatchTest, NeverTakesAContradictionForSuccess) {
         recorder.events.clear();
         Hear(10000, output);
         EXPECT_EQ(tools::STATUS_DOUBTFUL, Finish(0)) << output;
-        EXPECT_NE("", Told(WatchEvent::PROBLEM)) << output;
+        EXPECT_NE("", Told(WatchEvent::Kind::Problem)) << output;
     }
 }
 
 TEST_F(WatchTest, KeepsAFailuresStatusWhenTheOutputContradictsIt) {
     Hear(10000, UPDATE);
     EXPECT_EQ(1, Finish(1));
-    EXPECT_EQ("the last line contradicts the exit status\n", Told(WatchEvent::PROBLEM));
+    EXPECT_EQ("the last line contradicts the exit status\n", Told(WatchEvent::Kind::Problem));
 }
 
 TEST_F(WatchTest, TellsAProblemOnceWithItsLine) {
     Hear(10000, "40\n30\n20\n");
-    EXPECT_EQ("the percentage fell without a new pass: 30\n", Told(WatchEvent::PROBLEM));
+    EXPECT_EQ("the percentage fell without a new pass: 30\n", Told(WatchEvent::Kind::Problem));
 }
 
 TEST_F(WatchTest, TellsOfSilenceOnceAndDoubtsTheSuccessAfterIt) {
     config.stall = Milliseconds(30000);
     Hear(1000, "80\n");
     GetWatch().Tick(Milliseconds(31000));
-    EXPECT_EQ("", Told(WatchEvent::STALL));
+    EXPECT_EQ("", Told(WatchEvent::Kind::Stall));
     GetWatch().Tick(Milliseconds(31001));
     GetWatch().Tick(Milliseconds(40000));
-    EXPECT_EQ("the updater has been silent for 0:30 minutes\n", Told(WatchEvent::STALL));
+    EXPECT_EQ("the updater has been silent for 0:30 minutes\n", Told(WatchEvent::Kind::Stall));
     Hear(45000, "85\n90\n95\n99\n100\nDONE\n");
     EXPECT_EQ(tools::STATUS_DOUBTFUL, Finish(0));
 }
@@ -118,8 +118,8 @@ TEST_F(WatchTest, HearsStandardErrorToo) {
     GetWatch().TakeError("one\ntw", 6, Milliseconds(29000));
     GetWatch().TakeError("o\n", 2, Milliseconds(30000));
     GetWatch().Tick(Milliseconds(59000));
-    EXPECT_EQ("one\ntwo\n", Told(WatchEvent::MESSAGE));
-    EXPECT_EQ("", Told(WatchEvent::STALL));
+    EXPECT_EQ("one\ntwo\n", Told(WatchEvent::Kind::Message));
+    EXPECT_EQ("", Told(WatchEvent::Kind::Stall));
 }
 
 TEST_F(WatchTest, LetsARequestThroughWhileNothingIsLost) {
@@ -128,7 +128,7 @@ TEST_F(WatchTest, LetsARequestThroughWhileNothingIsLost) {
     EXPECT_TRUE(GetWatch().MayEnd(Milliseconds(11000)));
     EXPECT_EQ(130, Finish(130, true));
     EXPECT_EQ("ended on request after 0:50; the chip keeps the firmware that it has\n",
-              Told(WatchEvent::END));
+              Told(WatchEvent::Kind::End));
 }
 
 TEST_F(WatchTest, SaysWhyItWaitsWhenItIsAskedASecondTime) {
@@ -137,8 +137,9 @@ TEST_F(WatchTest, SaysWhyItWaitsWhenItIsAskedASecondTime) {
         GetWatch().Request("interrupt", Milliseconds(11000));
         EXPECT_FALSE(GetWatch().MayEnd(Milliseconds(11000)));
         EXPECT_FALSE(GetWatch().IsRequested());
-        EXPECT_EQ(is_second, Told(WatchEvent::NOTE).find("still waiting: the chip is writing") !=
-                                 std::string::npos);
+        EXPECT_EQ(is_second,
+                  Told(WatchEvent::Kind::Note).find("still waiting: the chip is writing") !=
+                      std::string::npos);
     }
 }
 
@@ -170,7 +171,7 @@ TEST_F(WatchTest, JudgesLinesOfUnknownEndByThemselves) {
 TEST_F(WatchTest, TellsEachPhaseOnce) {
     Hear(10000, UPDATE);
     // Download, burn, erase, program, verify, check, end.
-    EXPECT_EQ(std::string(7, '\n'), Told(WatchEvent::PHASE));
+    EXPECT_EQ(std::string(7, '\n'), Told(WatchEvent::Kind::Phase));
 }
 
 }  // namespace

@@ -11,14 +11,14 @@
 class WatchedUpdate {
   public:
     explicit WatchedUpdate(tools::Milliseconds download)
-        : progress(download), parser(BBPFLASH_MODE_UNKNOWN, [this](const bbpflash_event& event) {
-              progress.Take(event, time);
+        : progress(download), parser_(BBPFLASH_MODE_UNKNOWN, [this](const bbpflash_event& event) {
+              progress.Take(event, time_);
           }) {}
 
     // The lines arrive `now` milliseconds after the start.
     void Hear(int now, const std::string& lines) {
-        time = tools::Milliseconds(now);
-        parser.Feed(lines.data(), lines.size());
+        time_ = tools::Milliseconds(now);
+        parser_.Feed(lines.data(), lines.size());
     }
 
     tools::Progress At(int now) const { return progress.At(tools::Milliseconds(now)); }
@@ -26,8 +26,8 @@ class WatchedUpdate {
     tools::UpdateProgress progress;
 
   private:
-    tools::StreamParser parser;
-    tools::Milliseconds time{0};
+    tools::StreamParser parser_;
+    tools::Milliseconds time_{0};
 };
 
 #endif

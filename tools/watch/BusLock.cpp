@@ -24,13 +24,13 @@ int OpenLockFile(const std::string& path) {
 
 }  // namespace
 
-BusLock::BusLock(const std::string& path) : descriptor(OpenLockFile(path)) {
-    if (descriptor == -1) {
+BusLock::BusLock(const std::string& path) : descriptor_(OpenLockFile(path)) {
+    if (descriptor_ == -1) {
         throw std::system_error(errno, std::generic_category(), "opening the lock file " + path);
     }
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
-        close(descriptor);
+        close(descriptor_);
         if (error == EWOULDBLOCK) {
             throw BusIsTaken("an update is running on this bus (" + path + " is locked)");
         }
@@ -39,7 +39,7 @@ BusLock::BusLock(const std::string& path) : descriptor(OpenLockFile(path)) {
 }
 
 BusLock::~BusLock() {
-    close(descriptor);
+    close(descriptor_);
 }
 
 std::string BusLock::DefaultPath() {

@@ -29,7 +29,7 @@ class BusLock {
     BusLock& operator=(const BusLock&) = delete;
 
   private:
-    int descriptor = -1;
+    int descriptor_ = -1;
 };
 
 }  // namespace tools

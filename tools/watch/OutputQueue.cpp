@@ -19,38 +19,38 @@ constexpr std::size_t AT_ONCE = 512;
 }  // namespace
 
 void OutputQueue::Put(const std::string& text) {
-    if (!is_dead && pending.size() + text.size() <= MOST_KEPT) {
-        pending += text;
+    if (!is_dead_ && pending_.size() + text.size() <= MOST_KEPT) {
+        pending_ += text;
     }
     Flush();
 }
 
 // Returns whether it makes sense to try again.
 bool OutputQueue::WriteSome(int timeout) {
-    pollfd entry = {descriptor, POLLOUT, 0};
+    pollfd entry = {descriptor_, POLLOUT, 0};
     if (poll(&entry, 1, timeout) != 1) {
         return false;
     }
-    const ssize_t count = write(descriptor, pending.data(), std::min(pending.size(), AT_ONCE));
+    const ssize_t count = write(descriptor_, pending_.data(), std::min(pending_.size(), AT_ONCE));
     if (count > 0) {
-        pending.erase(0, static_cast<std::size_t>(count));
+        pending_.erase(0, static_cast<std::size_t>(count));
         return true;
     }
     if (errno != EAGAIN && errno != EINTR) {
-        is_dead = true;
-        pending.clear();
+        is_dead_ = true;
+        pending_.clear();
     }
     return false;
 }
 
 void OutputQueue::Flush() {
-    while (!pending.empty() && WriteSome(0)) {
+    while (!pending_.empty() && WriteSome(0)) {
     }
 }
 
 void OutputQueue::Drain(Milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (!pending.empty() && std::chrono::steady_clock::now() < end) {
+    while (!pending_.empty() && std::chrono::steady_clock::now() < end) {
         WriteSome(static_cast<int>(limit.count()));
     }
 }

@@ -12,7 +12,7 @@ namespace tools {
 // not take is kept, up to a bound, and what a dead one does not take is dropped.
 class OutputQueue {
   public:
-    explicit OutputQueue(int the_descriptor) : descriptor(the_descriptor) {}
+    explicit OutputQueue(int descriptor) : descriptor_(descriptor) {}
 
     void Put(const std::string& text);
 
@@ -23,16 +23,16 @@ class OutputQueue {
     void Drain(Milliseconds limit);
 
     // Whether something is left to be written.
-    bool IsPending() const { return !pending.empty(); }
+    bool IsPending() const { return !pending_.empty(); }
 
-    int Descriptor() const { return descriptor; }
+    int Descriptor() const { return descriptor_; }
 
   private:
     bool WriteSome(int timeout);
 
-    const int descriptor;
-    std::string pending;
-    bool is_dead = false;
+    const int descriptor_;
+    std::string pending_;
+    bool is_dead_ = false;
 };
 
 }  // namespace tools

@@ -23,21 +23,21 @@ double Seconds(Milliseconds time) {
 
 const char* NameOf(WatchEvent::Kind kind) {
     switch (kind) {
-        case WatchEvent::START:
+        case WatchEvent::Kind::Start:
             return "start";
-        case WatchEvent::PHASE:
+        case WatchEvent::Kind::Phase:
             return "phase";
-        case WatchEvent::PROGRESS:
+        case WatchEvent::Kind::Progress:
             return "progress";
-        case WatchEvent::MESSAGE:
+        case WatchEvent::Kind::Message:
             return "message";
-        case WatchEvent::NOTE:
+        case WatchEvent::Kind::Note:
             return "note";
-        case WatchEvent::PROBLEM:
+        case WatchEvent::Kind::Problem:
             return "problem";
-        case WatchEvent::STALL:
+        case WatchEvent::Kind::Stall:
             return "stall";
-        case WatchEvent::END:
+        case WatchEvent::Kind::End:
             break;
     }
     return "end";
@@ -74,8 +74,8 @@ const char* NameOf(bbpflash_level level) {
 }
 
 bool HasOwnLine(WatchEvent::Kind kind) {
-    return kind == WatchEvent::NOTE || kind == WatchEvent::PROBLEM || kind == WatchEvent::STALL ||
-           kind == WatchEvent::END;
+    return kind == WatchEvent::Kind::Note || kind == WatchEvent::Kind::Problem ||
+           kind == WatchEvent::Kind::Stall || kind == WatchEvent::Kind::End;
 }
 
 // As a person reads it: the updater's lines as they are, bbpwatch's own with its name.
@@ -97,29 +97,29 @@ std::string PhaseSentence(const Progress& progress) {
 // Draws `text` in the place of the moving line. The cursor rests at that line's beginning, so all
 // the rows that a resize has made of it are below.
 void TerminalReporter::Draw(const std::string& text, int columns) {
-    sink((columns == last_width ? CLEAR_LINE : CLEAR_BELOW) + text);
-    last_width = columns;
+    sink_((columns == last_width_ ? CLEAR_LINE : CLEAR_BELOW) + text);
+    last_width_ = columns;
 }
 
 void TerminalReporter::PrintAbove(const std::string& line, const Progress& progress) {
-    Draw(line + "\n", width());
+    Draw(line + "\n", width_());
     Refresh(progress);
 }
 
 void TerminalReporter::Report(const WatchEvent& event) {
     switch (event.kind) {
-        case WatchEvent::START:
-            sink(HIDE_CURSOR);
+        case WatchEvent::Kind::Start:
+            sink_(HIDE_CURSOR);
             Refresh(event.progress);
             break;
-        case WatchEvent::END:
-            Draw(Sentence(event) + "\n" + SHOW_CURSOR, width());
+        case WatchEvent::Kind::End:
+            Draw(Sentence(event) + "\n" + SHOW_CURSOR, width_());
             break;
-        case WatchEvent::PHASE:
-        case WatchEvent::PROGRESS:
+        case WatchEvent::Kind::Phase:
+        case WatchEvent::Kind::Progress:
             Refresh(event.progress);
             break;
-        case WatchEvent::MESSAGE:
+        case WatchEvent::Kind::Message:
             if (!event.text.empty()) {
                 PrintAbove(Sentence(event), event.progress);
             }
@@ -132,35 +132,35 @@ void TerminalReporter::Report(const WatchEvent& event) {
 
 void TerminalReporter::Refresh(const Progress& progress) {
     if (progress.phase != BBPFLASH_PHASE_ENDED) {
-        const int columns = width();
-        Draw(FormatProgress(progress, columns, has_colour) + "\r", columns);
+        const int columns = width_();
+        Draw(FormatProgress(progress, columns, has_colour_) + "\r", columns);
     }
 }
 
 void PlainReporter::Report(const WatchEvent& event) {
     switch (event.kind) {
-        case WatchEvent::START:
+        case WatchEvent::Kind::Start:
             break;
-        case WatchEvent::PHASE:
-            last_tenth = 0;
+        case WatchEvent::Kind::Phase:
+            last_tenth_ = 0;
             if (event.progress.phase != BBPFLASH_PHASE_ENDED) {
-                sink(PhaseSentence(event.progress) + "\n");
+                sink_(PhaseSentence(event.progress) + "\n");
             }
             break;
-        case WatchEvent::PROGRESS:
+        case WatchEvent::Kind::Progress:
             if (event.progress.phase == BBPFLASH_PHASE_DOWNLOAD &&
-                event.progress.percent / 10 > last_tenth) {
-                last_tenth = event.progress.percent / 10;
-                sink("bbpwatch: " + std::to_string(event.progress.percent) + "%\n");
+                event.progress.percent / 10 > last_tenth_) {
+                last_tenth_ = event.progress.percent / 10;
+                sink_("bbpwatch: " + std::to_string(event.progress.percent) + "%\n");
             }
             break;
-        case WatchEvent::MESSAGE:
+        case WatchEvent::Kind::Message:
             if (!event.text.empty()) {
-                sink(Sentence(event) + "\n");
+                sink_(Sentence(event) + "\n");
             }
             break;
         default:
-            sink(Sentence(event) + "\n");
+            sink_(Sentence(event) + "\n");
             break;
     }
 }
@@ -180,29 +180,29 @@ void JsonReporter::Report(const WatchEvent& event) {
     if (!event.text.empty()) {
         json["text"] = Escape(event.text);
     }
-    if (event.kind == WatchEvent::MESSAGE) {
+    if (event.kind == WatchEvent::Kind::Message) {
         json["level"] = NameOf(event.level);
     }
-    if (event.kind == WatchEvent::END) {
+    if (event.kind == WatchEvent::Kind::End) {
         json["status"] = event.status;
         json["verdict"] = NameOf(event.verdict);
     }
-    sink(json.dump() + "\n");
+    sink_(json.dump() + "\n");
 }
 
 void LogReporter::Report(const WatchEvent& event) {
     std::string text = Sentence(event);
     switch (event.kind) {
-        case WatchEvent::START:
+        case WatchEvent::Kind::Start:
             text = "bbpwatch: started " + Escape(event.text);
             break;
-        case WatchEvent::PHASE:
+        case WatchEvent::Kind::Phase:
             text = PhaseSentence(event.progress);
             break;
         default:
             break;
     }
-    sink(clock() + " " + text + "\n");
+    sink_(clock_() + " " + text + "\n");
 }
 
 }  // namespace tools

@@ -17,8 +17,8 @@ using TextSink = std::function<void(const std::string&)>;
 class TerminalReporter : public Reporter {
   public:
     // `width` tells the terminal's columns each time it is asked.
-    TerminalReporter(TextSink the_sink, std::function<int()> the_width, bool colour)
-        : sink(std::move(the_sink)), width(std::move(the_width)), has_colour(colour) {}
+    TerminalReporter(TextSink sink, std::function<int()> width, bool colour)
+        : sink_(std::move(sink)), width_(std::move(width)), has_colour_(colour) {}
 
     void Report(const WatchEvent& event) override;
     void Refresh(const Progress& progress) override;
@@ -27,48 +27,48 @@ class TerminalReporter : public Reporter {
     void Draw(const std::string& text, int columns);
     void PrintAbove(const std::string& line, const Progress& progress);
 
-    const TextSink sink;
-    const std::function<int()> width;
-    const bool has_colour;
-    int last_width = 0;
+    const TextSink sink_;
+    const std::function<int()> width_;
+    const bool has_colour_;
+    int last_width_ = 0;
 };
 
 // Plain lines without any control character, for files and pipes: phases, every tenth per cent,
 // messages.
 class PlainReporter : public Reporter {
   public:
-    explicit PlainReporter(TextSink the_sink) : sink(std::move(the_sink)) {}
+    explicit PlainReporter(TextSink sink) : sink_(std::move(sink)) {}
 
     void Report(const WatchEvent& event) override;
 
   private:
-    const TextSink sink;
-    int last_tenth = 0;
+    const TextSink sink_;
+    int last_tenth_ = 0;
 };
 
 // One JSON object a line for each event.
 class JsonReporter : public Reporter {
   public:
-    explicit JsonReporter(TextSink the_sink) : sink(std::move(the_sink)) {}
+    explicit JsonReporter(TextSink sink) : sink_(std::move(sink)) {}
 
     void Report(const WatchEvent& event) override;
 
   private:
-    const TextSink sink;
+    const TextSink sink_;
 };
 
 // Everything that the updater printed and what became of it, each line with the time of day.
 class LogReporter : public Reporter {
   public:
     // `clock` gives the time of day as text.
-    LogReporter(TextSink the_sink, std::function<std::string()> the_clock)
-        : sink(std::move(the_sink)), clock(std::move(the_clock)) {}
+    LogReporter(TextSink sink, std::function<std::string()> clock)
+        : sink_(std::move(sink)), clock_(std::move(clock)) {}
 
     void Report(const WatchEvent& event) override;
 
   private:
-    const TextSink sink;
-    const std::function<std::string()> clock;
+    const TextSink sink_;
+    const std::function<std::string()> clock_;
 };
 
 }  // namespace tools

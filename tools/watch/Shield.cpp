@@ -20,39 +20,41 @@ constexpr int LAST_SAFE_PERCENT = 78;
 // lack another one.
 bool Shield::HasSegmentsToGo(int percent) const {
     return percent <= LAST_SAFE_PERCENT &&
-           (LAST_OF_DOWNLOAD - percent) * segments > 2 * LAST_OF_DOWNLOAD;
+           (LAST_OF_DOWNLOAD - percent) * segments_ > 2 * LAST_OF_DOWNLOAD;
 }
 
 Ruling Shield::Judge(const UpdateProgress& update, Milliseconds now) const {
     const Progress progress = update.At(now);
     if (progress.writes_flash) {
         const bool is_over = progress.is_refused || now - update.LastProgress() > LONGEST_BURN;
-        return is_over ? Ruling{Ruling::END, ""}
-                       : Ruling{Ruling::WAIT,
+        return is_over ? Ruling{Ruling::What::End, ""}
+                       : Ruling{Ruling::What::Wait,
                                 "the chip is writing its flash; ended now, the next reset would "
                                 "leave it without firmware"};
     }
     switch (progress.phase) {
         case BBPFLASH_PHASE_RESET:
         case BBPFLASH_PHASE_CHECK:
-            return {now - update.PhaseBegan() < RESET_PULSE ? Ruling::LATER : Ruling::END, ""};
+            return {
+                now - update.PhaseBegan() < RESET_PULSE ? Ruling::What::Later : Ruling::What::End,
+                ""};
         case BBPFLASH_PHASE_DOWNLOAD:
             break;
         default:
-            return {Ruling::END, ""};
+            return {Ruling::What::End, ""};
     }
-    if (mode != BBPFLASH_MODE_STATUS) {
+    if (mode_ != BBPFLASH_MODE_STATUS) {
         const Milliseconds longest = 2 * update.ExpectedDownload() + LONGEST_BURN;
         return now - update.LastProgress() > longest
-                   ? Ruling{Ruling::END, ""}
-                   : Ruling{Ruling::WAIT,
+                   ? Ruling{Ruling::What::End, ""}
+                   : Ruling{Ruling::What::Wait,
                             "without -s nobody sees when the chip begins to write its flash, and "
                             "it may have"};
     }
     if (!HasSegmentsToGo(progress.percent)) {
-        return {Ruling::WAIT, "the chip is about to write its flash"};
+        return {Ruling::What::Wait, "the chip is about to write its flash"};
     }
-    return {Ruling::END, ""};
+    return {Ruling::What::End, ""};
 }
 
 }  // namespace tools

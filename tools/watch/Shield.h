@@ -11,10 +11,10 @@ namespace tools {
 
 // Whether an update may be ended.
 struct Ruling {
-    enum What {
-        END,    // nothing is lost
-        LATER,  // in less than a second it may be
-        WAIT,   // it could leave the chip without firmware
+    enum class What {
+        End,    // nothing is lost
+        Later,  // in less than a second it may be
+        Wait,   // it could leave the chip without firmware
     };
     What what;
     std::string reason;  // of WAIT, for people
@@ -25,15 +25,15 @@ struct Ruling {
 class Shield {
   public:
     // `segments` of the download, 0 when nobody knows.
-    Shield(bbpflash_mode the_mode, int the_segments) : mode(the_mode), segments(the_segments) {}
+    Shield(bbpflash_mode mode, int segments) : mode_(mode), segments_(segments) {}
 
     Ruling Judge(const UpdateProgress& update, Milliseconds now) const;
 
   private:
     bool HasSegmentsToGo(int percent) const;
 
-    const bbpflash_mode mode;
-    const int segments;
+    const bbpflash_mode mode_;
+    const int segments_;
 };
 
 }  // namespace tools

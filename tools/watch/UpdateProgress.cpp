@@ -34,38 +34,38 @@ double ShareOverTime(Milliseconds time, Milliseconds length) {
 }  // namespace
 
 void UpdateProgress::Take(const bbpflash_event& event, Milliseconds now) {
-    const bool is_new_pass = event.pass != pass;
-    if (event.phase != phase || is_new_pass) {
-        phase_began = now;
-        last_progress = now;
+    const bool is_new_pass = event.pass != pass_;
+    if (event.phase != phase_ || is_new_pass) {
+        phase_began_ = now;
+        last_progress_ = now;
     }
-    if (event.phase == BBPFLASH_PHASE_DOWNLOAD && (is_new_pass || event.percent != percent)) {
-        if (is_new_pass || event.percent < percent || first_percent == 0) {
-            first_percent = event.line == BBPFLASH_LINE_PERCENT ? event.percent : 0;
-            first_percent_came = now;
+    if (event.phase == BBPFLASH_PHASE_DOWNLOAD && (is_new_pass || event.percent != percent_)) {
+        if (is_new_pass || event.percent < percent_ || first_percent_ == 0) {
+            first_percent_ = event.line == BBPFLASH_LINE_PERCENT ? event.percent : 0;
+            first_percent_came_ = now;
         }
-        last_percent_came = now;
-        last_progress = now;
+        last_percent_came_ = now;
+        last_progress_ = now;
     }
-    phase = event.phase;
-    pass = event.pass;
-    percent = event.percent;
-    is_refused = event.refused != 0;
+    phase_ = event.phase;
+    pass_ = event.pass;
+    percent_ = event.percent;
+    is_refused_ = event.refused != 0;
 }
 
 // As measured, once it can be, or else as expected.
 Milliseconds UpdateProgress::Download() const {
-    const int percents = percent - first_percent;
-    if (phase != BBPFLASH_PHASE_DOWNLOAD || first_percent == 0 || percents < PACE_PERCENT) {
-        return expected_download;
+    const int percents = percent_ - first_percent_;
+    if (phase_ != BBPFLASH_PHASE_DOWNLOAD || first_percent_ == 0 || percents < PACE_PERCENT) {
+        return expected_download_;
     }
-    return (last_percent_came - first_percent_came) * LAST_OF_DOWNLOAD / percents;
+    return (last_percent_came_ - first_percent_came_) * LAST_OF_DOWNLOAD / percents;
 }
 
 Milliseconds UpdateProgress::LengthOf(bbpflash_phase of) const {
     switch (of) {
         case BBPFLASH_PHASE_RESET:
-            return pass <= 1 ? RESET_TIME : Milliseconds(0);
+            return pass_ <= 1 ? RESET_TIME : Milliseconds(0);
         case BBPFLASH_PHASE_CHECK:
             return RESET_TIME;
         case BBPFLASH_PHASE_DOWNLOAD:
@@ -96,25 +96,25 @@ Milliseconds UpdateProgress::Before(bbpflash_phase until) const {
 }
 
 double UpdateProgress::ShareOfPhase(Milliseconds now) const {
-    if (phase == BBPFLASH_PHASE_DOWNLOAD) {
-        return static_cast<double>(first_percent == 0 ? 0 : percent) / LAST_OF_DOWNLOAD;
+    if (phase_ == BBPFLASH_PHASE_DOWNLOAD) {
+        return static_cast<double>(first_percent_ == 0 ? 0 : percent_) / LAST_OF_DOWNLOAD;
     }
-    return ShareOverTime(now - phase_began, LengthOf(phase));
+    return ShareOverTime(now - phase_began_, LengthOf(phase_));
 }
 
 Progress UpdateProgress::At(Milliseconds now) const {
     Progress progress;
-    progress.pass = pass;
-    progress.percent = percent;
+    progress.pass = pass_;
+    progress.percent = percent_;
     progress.elapsed = now;
-    progress.is_refused = is_refused;
+    progress.is_refused = is_refused_;
     // The version check before the first pass belongs to its reset.
-    const bool is_before_pass = pass == 0 && phase == BBPFLASH_PHASE_CHECK;
-    progress.phase = is_before_pass ? BBPFLASH_PHASE_RESET : phase;
-    progress.writes_flash = phase == BBPFLASH_PHASE_BURN || phase == BBPFLASH_PHASE_ERASE ||
-                            phase == BBPFLASH_PHASE_PROGRAM || phase == BBPFLASH_PHASE_VERIFY;
-    if (phase == BBPFLASH_PHASE_ENDED) {
-        progress.done = percent == 100 ? 1 : 0;
+    const bool is_before_pass = pass_ == 0 && phase_ == BBPFLASH_PHASE_CHECK;
+    progress.phase = is_before_pass ? BBPFLASH_PHASE_RESET : phase_;
+    progress.writes_flash = phase_ == BBPFLASH_PHASE_BURN || phase_ == BBPFLASH_PHASE_ERASE ||
+                            phase_ == BBPFLASH_PHASE_PROGRAM || phase_ == BBPFLASH_PHASE_VERIFY;
+    if (phase_ == BBPFLASH_PHASE_ENDED) {
+        progress.done = percent_ == 100 ? 1 : 0;
         return progress;
     }
     const Milliseconds total = Before(BBPFLASH_PHASE_CHECK) + LengthOf(BBPFLASH_PHASE_CHECK);
@@ -123,7 +123,7 @@ Progress UpdateProgress::At(Milliseconds now) const {
     const double over = static_cast<double>(Before(progress.phase).count()) + share * length;
     progress.done = over / static_cast<double>(total.count());
     progress.remaining = total - Milliseconds(static_cast<long long>(over));
-    if (is_refused) {
+    if (is_refused_) {
         progress.remaining.reset();
     }
     return progress;

@@ -28,17 +28,17 @@ struct Progress {
 class UpdateProgress {
   public:
     // `download` is how long the image's download should take.
-    explicit UpdateProgress(Milliseconds download) : expected_download(download) {}
+    explicit UpdateProgress(Milliseconds download) : expected_download_(download) {}
 
     void Take(const bbpflash_event& event, Milliseconds now);
 
     Progress At(Milliseconds now) const;
 
-    Milliseconds ExpectedDownload() const { return expected_download; }
+    Milliseconds ExpectedDownload() const { return expected_download_; }
 
     // When the phase that is on began, and when the last line that told of progress came.
-    Milliseconds PhaseBegan() const { return phase_began; }
-    Milliseconds LastProgress() const { return last_progress; }
+    Milliseconds PhaseBegan() const { return phase_began_; }
+    Milliseconds LastProgress() const { return last_progress_; }
 
   private:
     Milliseconds Download() const;
@@ -46,16 +46,16 @@ class UpdateProgress {
     Milliseconds Before(bbpflash_phase until) const;
     double ShareOfPhase(Milliseconds now) const;
 
-    const Milliseconds expected_download;
-    bbpflash_phase phase = BBPFLASH_PHASE_RESET;
-    int pass = 0;
-    int percent = 0;
-    bool is_refused = false;
-    Milliseconds phase_began{0};
-    Milliseconds last_progress{0};
-    int first_percent = 0;  // of this download, for its pace
-    Milliseconds first_percent_came{0};
-    Milliseconds last_percent_came{0};
+    const Milliseconds expected_download_;
+    bbpflash_phase phase_ = BBPFLASH_PHASE_RESET;
+    int pass_ = 0;
+    int percent_ = 0;
+    bool is_refused_ = false;
+    Milliseconds phase_began_{0};
+    Milliseconds last_progress_{0};
+    int first_percent_ = 0;  // of this download, for its pace
+    Milliseconds first_percent_came_{0};
+    Milliseconds last_percent_came_{0};
 };
 
 }  // namespace tools

@@ -59,79 +59,79 @@ UpdaterProcess::UpdaterProcess(const std::vector<std::string>& words) {
     const Pipe out;
     const Pipe err;
     const Pipe failure;
-    id = fork();
-    if (id == 0) {
+    id_ = fork();
+    if (id_ == 0) {
         BecomeUpdater(arguments.data(), out, err, failure.write_end);
     }
     const int fork_error = errno;
     close(out.write_end);
     close(err.write_end);
     close(failure.write_end);
-    output = out.read_end;
-    error_output = err.read_end;
+    output_ = out.read_end;
+    error_output_ = err.read_end;
     int error = 0;
-    if (id == -1) {
+    if (id_ == -1) {
         error = fork_error;
     } else if (read(failure.read_end, &error, sizeof error) == sizeof error) {
-        waitpid(id, nullptr, 0);
+        waitpid(id_, nullptr, 0);
     }
     close(failure.read_end);
     if (error != 0) {
-        close(output);
-        close(error_output);
+        close(output_);
+        close(error_output_);
         throw std::system_error(error, std::generic_category(), "starting " + words[0]);
     }
-    fcntl(output, F_SETFL, O_NONBLOCK);
-    fcntl(error_output, F_SETFL, O_NONBLOCK);
+    fcntl(output_, F_SETFL, O_NONBLOCK);
+    fcntl(error_output_, F_SETFL, O_NONBLOCK);
 }
 
 UpdaterProcess::~UpdaterProcess() {
-    close(output);
-    close(error_output);
+    close(output_);
+    close(error_output_);
 }
 
 void UpdaterProcess::Look(int flags) {
     int state = 0;
     pid_t result;
     do {
-        result = waitpid(id, &state, flags);
+        result = waitpid(id_, &state, flags);
     } while (result == -1 && errno == EINTR);
-    if (result != id) {
+    if (result != id_) {
         return;
     }
     if (WIFSTOPPED(state)) {
-        is_stopped = true;
+        is_stopped_ = true;
     } else if (WIFEXITED(state)) {
-        status = WEXITSTATUS(state);
+        status_ = WEXITSTATUS(state);
     } else if (WIFSIGNALED(state)) {
-        status = 128 + WTERMSIG(state);
+        status_ = 128 + WTERMSIG(state);
     }
 }
 
 void UpdaterProcess::Stop() {
-    kill(-id, SIGSTOP);
-    while (!is_stopped && !status) {
+    kill(-id_, SIGSTOP);
+    while (!is_stopped_ && !status_) {
         Look(WUNTRACED);
     }
 }
 
 void UpdaterProcess::Continue() {
-    is_stopped = false;
-    kill(-id, SIGCONT);
+    is_stopped_ = false;
+    kill(-id_, SIGCONT);
 }
 
 void UpdaterProcess::Kill() {
-    kill(-id, SIGKILL);
-    while (!status) {
+    kill(-id_, SIGKILL);
+    while (!status_) {
         Look(0);
     }
 }
 
 std::optional<int> UpdaterProcess::Status() {
-    if (!status) {
+    if (!status_) {
         Look(WNOHANG);
     }
-    return status;
+    return status_;
 }
 
 }  // namespace tools

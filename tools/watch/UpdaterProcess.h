@@ -20,8 +20,8 @@ class UpdaterProcess {
     ~UpdaterProcess();
 
     // The reading ends of its standard output and standard error; they never block.
-    int Output() const { return output; }
-    int ErrorOutput() const { return error_output; }
+    int Output() const { return output_; }
+    int ErrorOutput() const { return error_output_; }
 
     // Holds it still, or lets it go on.
     void Stop();
@@ -39,11 +39,11 @@ class UpdaterProcess {
   private:
     void Look(int flags);
 
-    pid_t id = -1;
-    int output = -1;
-    int error_output = -1;
-    bool is_stopped = false;
-    std::optional<int> status;
+    pid_t id_ = -1;
+    int output_ = -1;
+    int error_output_ = -1;
+    bool is_stopped_ = false;
+    std::optional<int> status_;
 };
 
 }  // namespace tools

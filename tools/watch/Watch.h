@@ -46,7 +46,7 @@ class Watch {
     void Request(const std::string& signal, Milliseconds now);
 
     // Whether a request is open.
-    bool IsRequested() const { return is_requested; }
+    bool IsRequested() const { return is_requested_; }
 
     // Whether the update can be ended now without harm. When not, and not soon either, tells why
     // and drops the request.
@@ -67,21 +67,21 @@ class Watch {
     void HearSomething(Milliseconds now);
     std::string Ending(int status, bool was_requested, bbpflash_verdict verdict) const;
 
-    const WatchConfig config;
-    const std::vector<Reporter*> reporters;
-    UpdateProgress update;
-    const Shield shield;
-    StreamParser parser;
-    std::string error_line;
-    Milliseconds time{0};
-    Milliseconds last_heard{0};
-    bool is_silent = false;    // the silence that is on was told
-    bool has_stalled = false;  // at any time
-    bool is_requested = false;
-    int refused_requests = 0;
-    unsigned told_problems = 0;
-    bbpflash_phase phase = BBPFLASH_PHASE_RESET;
-    int pass = 0;
+    const WatchConfig config_;
+    const std::vector<Reporter*> reporters_;
+    UpdateProgress update_;
+    const Shield shield_;
+    StreamParser parser_;
+    std::string error_line_;
+    Milliseconds time_{0};
+    Milliseconds last_heard_{0};
+    bool is_silent_ = false;    // the silence that is on was told
+    bool has_stalled_ = false;  // at any time
+    bool is_requested_ = false;
+    int refused_requests_ = 0;
+    unsigned told_problems_ = 0;
+    bbpflash_phase phase_ = BBPFLASH_PHASE_RESET;
+    int pass_ = 0;
 };
 
 }  // namespace tools

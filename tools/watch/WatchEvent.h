@@ -11,17 +11,17 @@
 namespace tools {
 
 struct WatchEvent {
-    enum Kind {
-        START,     // `text`: the command
-        PHASE,     // a phase or a pass began
-        PROGRESS,  // `text`: a line of the updater's protocol, most often a percentage
-        MESSAGE,   // `text`: a line of the updater's for people; `level` of a message
-        NOTE,      // `text`: what bbpwatch has to say
-        PROBLEM,   // `text`: a contradiction to the contract on the updater's output
-        STALL,     // `text`: silence for too long
-        END,       // `text`: how it ended; `status` and `verdict`
+    enum class Kind {
+        Start,     // `text`: the command
+        Phase,     // a phase or a pass began
+        Progress,  // `text`: a line of the updater's protocol, most often a percentage
+        Message,   // `text`: a line of the updater's for people; `level` of a message
+        Note,      // `text`: what bbpwatch has to say
+        Problem,   // `text`: a contradiction to the contract on the updater's output
+        Stall,     // `text`: silence for too long
+        End,       // `text`: how it ended; `status` and `verdict`
     };
-    Kind kind = NOTE;
+    Kind kind = Kind::Note;
     Progress progress;
     std::string text;  // any bytes
     bbpflash_level level = BBPFLASH_LEVEL_NONE;

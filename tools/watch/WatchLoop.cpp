@@ -30,32 +30,33 @@ const char* NameOf(int signal) {
 }  // namespace
 
 Milliseconds WatchLoop::Now() const {
-    return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - start);
+    return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - start_);
 }
 
 // Until something can be read from one of the descriptors (-1 for none), a signal has come, or a
 // tick has passed.
 void WatchLoop::Wait(int first, int second) {
-    std::array<pollfd, 4> entries = {{{signals.Descriptor(), POLLIN, 0},
-                                      {first, POLLIN, 0},
-                                      {second, POLLIN, 0},
-                                      {output.IsPending() ? output.Descriptor() : -1, POLLOUT, 0}}};
+    std::array<pollfd, 4> entries = {
+        {{signals_.Descriptor(), POLLIN, 0},
+         {first, POLLIN, 0},
+         {second, POLLIN, 0},
+         {output_.IsPending() ? output_.Descriptor() : -1, POLLOUT, 0}}};
     poll(entries.data(), entries.size(), TICK);
-    output.Flush();
+    output_.Flush();
     TakeSignals();
 }
 
 void WatchLoop::TakeSignals() {
-    while (const std::optional<int> number = signals.Next()) {
+    while (const std::optional<int> number = signals_.Next()) {
         switch (*number) {
             case SIGHUP:
-                watch.HangUp(Now());
+                watch_.HangUp(Now());
                 break;
             case SIGINT:
             case SIGQUIT:
             case SIGTERM:
-                request = *number;
-                watch.Request(NameOf(*number), Now());
+                request_ = *number;
+                watch_.Request(NameOf(*number), Now());
                 break;
             default:
                 break;
@@ -68,10 +69,10 @@ void WatchLoop::Drain(UpdaterProcess& updater) {
     char bytes[4096];
     ssize_t count;
     while ((count = read(updater.Output(), bytes, sizeof bytes)) > 0) {
-        watch.Take(bytes, static_cast<std::size_t>(count), Now());
+        watch_.Take(bytes, static_cast<std::size_t>(count), Now());
     }
     while ((count = read(updater.ErrorOutput(), bytes, sizeof bytes)) > 0) {
-        watch.TakeError(bytes, static_cast<std::size_t>(count), Now());
+        watch_.TakeError(bytes, static_cast<std::size_t>(count), Now());
     }
 }
 
@@ -79,7 +80,7 @@ void WatchLoop::Drain(UpdaterProcess& updater) {
 bool WatchLoop::TryToEnd(UpdaterProcess& updater) {
     updater.Stop();
     Drain(updater);
-    const bool may_end = !updater.Status() && watch.MayEnd(Now());
+    const bool may_end = !updater.Status() && watch_.MayEnd(Now());
     if (may_end) {
         updater.Kill();
     } else {
@@ -95,36 +96,36 @@ int WatchLoop::Run(UpdaterProcess& updater) {
         Wait(updater.Output(), updater.ErrorOutput());
         status = updater.Status();
         Drain(updater);
-        watch.Tick(Now());
-        if (!status && watch.IsRequested()) {
+        watch_.Tick(Now());
+        if (!status && watch_.IsRequested()) {
             is_ended = TryToEnd(updater);
             status = updater.Status();
         }
     }
     Drain(updater);
-    const int result = watch.Finish(is_ended ? 128 + request : *status, is_ended, Now());
-    output.Drain(LAST_OUTPUT);
+    const int result = watch_.Finish(is_ended ? 128 + request_ : *status, is_ended, Now());
+    output_.Drain(LAST_OUTPUT);
     return result;
 }
 
 int WatchLoop::Read(int descriptor) {
     char bytes[4096];
     bool is_over = false;
-    while (!is_over && request == 0) {
+    while (!is_over && request_ == 0) {
         pollfd entry = {descriptor, POLLIN, 0};
         Wait(descriptor, -1);
         if (poll(&entry, 1, 0) == 1) {
             const ssize_t count = read(descriptor, bytes, sizeof bytes);
             is_over = count == 0 || (count == -1 && errno != EINTR && errno != EAGAIN);
             if (count > 0) {
-                watch.Take(bytes, static_cast<std::size_t>(count), Now());
+                watch_.Take(bytes, static_cast<std::size_t>(count), Now());
             }
         }
-        watch.Tick(Now());
+        watch_.Tick(Now());
     }
-    const int result =
-        watch.Finish(request == 0 ? BBPFLASH_STATUS_UNKNOWN : 128 + request, request != 0, Now());
-    output.Drain(LAST_OUTPUT);
+    const int result = watch_.Finish(request_ == 0 ? BBPFLASH_STATUS_UNKNOWN : 128 + request_,
+                                     request_ != 0, Now());
+    output_.Drain(LAST_OUTPUT);
     return result;
 }
 

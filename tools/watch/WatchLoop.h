@@ -15,8 +15,8 @@ namespace tools {
 class WatchLoop {
   public:
     // `output` is where reporters write; all of them stay the caller's.
-    WatchLoop(Watch& the_watch, SignalPipe& the_signals, OutputQueue& the_output)
-        : watch(the_watch), signals(the_signals), output(the_output) {}
+    WatchLoop(Watch& watch, SignalPipe& signals, OutputQueue& output)
+        : watch_(watch), signals_(signals), output_(output) {}
 
     // Each returns bbpwatch's exit status: of an updater that is watched until it ends, or of
     // lines that were read until `descriptor` had no more.
@@ -30,11 +30,11 @@ class WatchLoop {
     void Drain(UpdaterProcess& updater);
     bool TryToEnd(UpdaterProcess& updater);
 
-    Watch& watch;
-    SignalPipe& signals;
-    OutputQueue& output;
-    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
-    int request = 0;  // the signal that asks for the end
+    Watch& watch_;
+    SignalPipe& signals_;
+    OutputQueue& output_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    int request_ = 0;  // the signal that asks for the end
 };
 
 }  // namespace tools

@@ -27,12 +27,12 @@ using Words = std::vector<std::string>;
 
 // Beyond what an updater ends with, in the manner of sysexits.h.
 enum ExitStatus {
-    EXIT_USAGE = 64,
-    EXIT_IMAGE = 65,
-    EXIT_SYSTEM = 71,
-    EXIT_TAKEN = 75,
-    EXIT_NOT_EXECUTABLE = 126,
-    EXIT_NOT_FOUND = 127,
+    ExitUsage = 64,
+    ExitImage = 65,
+    ExitSystem = 71,
+    ExitTaken = 75,
+    ExitNotExecutable = 126,
+    ExitNotFound = 127,
 };
 
 constexpr Milliseconds SEGMENT_WAIT(1);  // between a segment and its acknowledgement, and a bit
@@ -177,7 +177,7 @@ int WatchCommand(const Options& options) {
         Expect(report, config);
         if (!options.no_check && !IsUsable(report)) {
             std::cerr << "bbpwatch: not started: no update can succeed with this image\n";
-            return EXIT_IMAGE;
+            return ExitImage;
         }
         if (!updater_options.status) {
             std::cerr << "bbpwatch: without -s the updater tells little of how far it is\n";
@@ -214,20 +214,20 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : EXIT_USAGE;
+        return app.exit(error) == 0 ? 0 : ExitUsage;
     }
     try {
         return options.command.empty() ? WatchLines(options) : WatchCommand(options);
     } catch (const tools::BusIsTaken& error) {
         std::cerr << "bbpwatch: " << error.what() << "\n";
-        return EXIT_TAKEN;
+        return ExitTaken;
     } catch (const std::system_error& error) {
         std::cerr << "bbpwatch: " << error.what() << "\n";
         const bool is_start = std::string(error.what()).rfind("starting ", 0) == 0;
         const bool is_missing = error.code().value() == ENOENT;
-        return !is_start ? EXIT_SYSTEM : is_missing ? EXIT_NOT_FOUND : EXIT_NOT_EXECUTABLE;
+        return !is_start ? ExitSystem : is_missing ? ExitNotFound : ExitNotExecutable;
     } catch (const std::exception& error) {
         std::cerr << "bbpwatch: " << error.what() << "\n";
-        return EXIT_SYSTEM;
+        return ExitSystem;
     }
 }
