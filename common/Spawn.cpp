@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/Spawn.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
+
+#include "common/Failure.h"
+#include "common/Pipe.h"
+#include "common/Text.h"
+
+extern char** environ;
+
+namespace common {
+
+namespace {
+
+constexpr int STATUS_THREW = 125;
+const char SHELL[] = "/bin/sh";
+
+std::vector<std::string> Environment(const std::vector<Variable>& variables) {
+    std::vector<std::string> all;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        bool replaced = false;
+        for (const Variable& variable : variables) {
+            replaced = replaced || StartsWith(*entry, variable.name + "=");
+        }
+        if (!replaced) {
+            all.emplace_back(*entry);
+        }
+    }
+    for (const Variable& variable : variables) {
+        all.push_back(variable.name + "=" + variable.value);
+    }
+    return all;
+}
+
+std::string SearchPath(const std::vector<std::string>& environment) {
+    const std::string beginning = "PATH=";
+    for (const std::string& entry : environment) {
+        if (StartsWith(entry, beginning)) {
+            return entry.substr(beginning.size());
+        }
+    }
+    return "/bin:/usr/bin";
+}
+
+// The files that the program's name may stand for, in the order in which they are tried.
+std::vector<std::string> Candidates(const std::string& name, const std::string& search_path) {
+    if (name.empty() || name.find('/') != std::string::npos) {
+        return {name};
+    }
+    std::vector<std::string> files;
+    std::size_t begin = 0;
+    while (begin <= search_path.size()) {
+        const std::size_t end = std::min(search_path.find(':', begin), search_path.size());
+        const std::string folder = search_path.substr(begin, end - begin);
+        files.push_back((folder.empty() ? "." : folder) + "/" + name);
+        begin = end + 1;
+    }
+    return files;
+}
+
+// For exec: does not own the texts.
+std::vector<char*> Pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts) {
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Keeps this thread's signals back as long as it lives.
+class SignalsHeld {
+  public:
+    SignalsHeld() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+    const sigset_t& Before() const { return before_; }
+
+  private:
+    sigset_t before_;
+};
+
+// All that the child needs between fork and exec, where it may not take memory.
+struct Plan {
+    const Start& start;
+    std::vector<std::string> environment;
+    std::vector<std::string> files;
+    std::vector<std::string> words;  // with the shell before them, for a script without a #! line
+    std::vector<char*> arguments;
+    std::vector<char*> shell_arguments;
+    std::vector<char*> variables;
+
+    explicit Plan(const Start& the_start)
+        : start(the_start),
+          environment(Environment(start.variables)),
+          files(Candidates(start.words.at(0), SearchPath(environment))),
+          words{SHELL},
+          arguments(Pointers(start.words)),
+          variables(Pointers(environment)) {
+        words.insert(words.end(), start.words.begin(), start.words.end());
+        shell_arguments = Pointers(words);
+    }
+};
+
+// In the child. Returns false, with errno, when something cannot be done.
+bool TakeDescriptors(const Start& start) {
+    int given[] = {start.standard_input, start.standard_output, start.standard_error};
+    // Out of the way first: a descriptor may be given for the place of another.
+    for (int& descriptor : given) {
+        if (descriptor >= 0 && (descriptor = fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) < 0) {
+            return false;
+        }
+    }
+    for (int place = STDIN_FILENO; place <= STDERR_FILENO; ++place) {
+        if (given[place] >= 0 && dup2(given[place], place) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// In the child. Standard error is the last of three; the failure pipe is marked to go with exec.
+bool MarkOtherDescriptors() {
+#ifdef __linux__
+    return close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
+#else
+    const long limit = sysconf(_SC_OPEN_MAX);
+    for (int descriptor = STDERR_FILENO + 1; descriptor < limit; ++descriptor) {
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
+    return true;
+#endif
+}
+
+// In the child.
+bool DieWithParent(int signal, pid_t parent) {
+#ifdef __linux__
+    if (signal != 0 && (prctl(PR_SET_PDEATHSIG, signal) != 0 || getppid() != parent)) {
+        return false;
+    }
+#else
+    (void)signal;
+    (void)parent;
+#endif
+    return true;
+}
+
+// In the child. The caller's handlers are not for its signals.
+void ForgetHandlers() {
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction action;
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
+            action.sa_handler != SIG_DFL) {
+            std::signal(number, SIG_DFL);
+        }
+    }
+}
+
+// In the child, with all signals blocked.
+bool Prepare(const Start& start, pid_t parent, const sigset_t& mask) {
+    ForgetHandlers();
+    if (!DieWithParent(start.parent_death_signal, parent) || (start.new_session && setsid() < 0) ||
+        !TakeDescriptors(start) ||
+        (start.controlling_terminal && ioctl(STDIN_FILENO, TIOCSCTTY, 0) != 0) ||
+        (start.only_standard_descriptors && !MarkOtherDescriptors())) {
+        return false;
+    }
+    for (const int signal : start.ignored_signals) {
+        if (std::signal(signal, SIG_IGN) == SIG_ERR) {
+            return false;
+        }
+    }
+    alarm(start.seconds_to_live);
+    return sigprocmask(SIG_SETMASK, &mask, nullptr) == 0;
+}
+
+// In the child: the last thing that it does. Returns an errno value.
+int Execute(Plan& plan) {
+    int worst = ENOENT;
+    for (const std::string& file : plan.files) {
+        execve(file.c_str(), plan.arguments.data(), plan.variables.data());
+        if (errno == ENOEXEC) {
+            plan.shell_arguments[1] = const_cast<char*>(file.c_str());
+            execve(SHELL, plan.shell_arguments.data(), plan.variables.data());
+        }
+        if (errno != ENOENT && errno != ENOTDIR) {
+            worst = errno;
+            if (worst != EACCES) {
+                break;
+            }
+        }
+    }
+    return worst;
+}
+
+// The write end goes with a successful exec; a failed one sends its errno.
+int ErrorOfExec(int pipe_end) {
+    int error = 0;
+    ssize_t size = 0;
+    do {
+        size = read(pipe_end, &error, sizeof error);
+    } while (size < 0 && errno == EINTR);
+    return size == static_cast<ssize_t>(sizeof error) ? error : 0;
+}
+
+}  // namespace
+
+pid_t Spawn(const Start& start) {
+    Plan plan(start);
+    Pipe failure = MakePipe();
+    // Not one of the numbers that the program's own descriptors get.
+    UniqueFd tell(fcntl(failure.write_end.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    failure.write_end.Reset();
+    if (!tell) {
+        throw ErrnoFailure("making a pipe", errno);
+    }
+    const SignalsHeld held;
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child == 0) {
+        const sigset_t& mask = start.signal_mask ? *start.signal_mask : held.Before();
+        const int error = Prepare(start, parent, mask) ? Execute(plan) : errno;
+        (void)!write(tell.Get(), &error, sizeof error);
+        _exit(STATUS_NOT_EXECUTABLE);
+    }
+    if (child < 0) {
+        throw ErrnoFailure("making a process", errno);
+    }
+    tell.Reset();
+    const int error = ErrorOfExec(failure.read_end.Get());
+    if (error != 0) {
+        while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        const bool missing = error == ENOENT || error == ENOTDIR;
+        throw ErrnoFailure(start.words[0], error,
+                           missing ? STATUS_NOT_FOUND : STATUS_NOT_EXECUTABLE);
+    }
+    return child;
+}
+
+pid_t Fork(const std::function<int()>& body) {
+    // What standard output holds back must not be written twice.
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child < 0) {
+        throw ErrnoFailure("making a process", errno);
+    }
+    if (child == 0) {
+        int status = STATUS_THREW;
+        try {
+            status = body();
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "%s\n", error.what());
+        }
+        _exit(status);
+    }
+    return child;
+}
+
+int WaitForEnd(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) != child) {
+        if (errno != EINTR) {
+            throw ErrnoFailure("waiting for a process", errno);
+        }
+    }
+    return ExitStatus(status);
+}
+
+int ExitStatus(int wait_status) {
+    return WIFSIGNALED(wait_status) ? STATUS_SIGNAL + WTERMSIG(wait_status)
+                                    : WEXITSTATUS(wait_status);
+}
+
+}  // namespace common

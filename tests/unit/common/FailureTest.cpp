@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "common/Failure.h"
+
+namespace {
+
+using common::ErrnoFailure;
+using common::Failure;
+using common::RunProgram;
+
+constexpr int USUAL = 9;
+
+TEST(ErrnoFailure, SaysWhatAndWhy) {
+    const Failure failure = ErrnoFailure("opening the log x", EACCES, 3);
+    EXPECT_STREQ(failure.what(), "opening the log x: Permission denied");
+    EXPECT_EQ(failure.Status(), 3);
+    EXPECT_EQ(failure.Error(), EACCES);
+}
+
+TEST(Failure, HasNoStatusOfItsOwn) {
+    EXPECT_EQ(Failure("no").Status(), std::nullopt);
+    EXPECT_EQ(Failure("no").Error(), 0);
+}
+
+TEST(RunProgram, ReturnsWhatTheProgramDoes) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunProgram("x", USUAL, [] { return 4; }), 4);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(RunProgram, PrintsTheReasonAndReturnsItsStatus) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunProgram("x", USUAL, []() -> int { throw Failure("no", 64); }), 64);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "x: no\n");
+}
+
+TEST(RunProgram, ReturnsTheUsualStatusOtherwise) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunProgram("x", USUAL, []() -> int { throw Failure("no"); }), USUAL);
+    EXPECT_EQ(RunProgram("x", USUAL, []() -> int { throw std::runtime_error("odd"); }), USUAL);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "x: no\nx: odd\n");
+}
+
+}  // namespace
