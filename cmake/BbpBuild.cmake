@@ -1,15 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
 # What every target of the project shares: output folders, warnings, language levels.
 
-option(BBP_WITH_TESTS "Build the simulator, the tools and the tests beside the updater" ON)
-option(BBP_WITH_HOST "Build what needs libraries of the machine that builds: the simulated head \
-unit's host, the tools and their tests" ON)
+# The updater needs nothing but the C++ library; what stands beside it is chosen here.
+option(BBP_TOOLS "Build bbpimage, bbpwatch and the library that reads the updater's output" ON)
+option(BBP_SIM "Build bbpsim, the simulated head unit" ${PROJECT_IS_TOP_LEVEL})
+option(BBP_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(BBP_WERROR "Warnings are errors" ON)
 option(BBP_STATIC_LIBSTDCXX "Link libstdc++ into the updater, for a root file system without it" OFF)
 option(BBP_COVERAGE "Measure what the tests reach of the core (clang 19)" OFF)
 option(BBP_FUZZ "Build the fuzz targets in place of the other tests (clang)" OFF)
 
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
@@ -18,7 +19,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag("-ffile-prefix-map=from=to" BBP_HAS_FILE_PREFIX_MAP)
 if(BBP_HAS_FILE_PREFIX_MAP)
-    add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+    add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 endif()
 
 set(BBP_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
@@ -32,7 +33,7 @@ function(bbp_core_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 11 CXX_VISIBILITY_PRESET hidden)
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors
                                              -ffunction-sections)
-    target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src")
+    target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src")
     if(BBP_COVERAGE)
         target_compile_options(
             ${target} PRIVATE -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
@@ -44,7 +45,7 @@ endfunction()
 function(bbp_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 17)
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS})
-    target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}")
+    target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
 # bbp_quick_target(<target>): as bbp_target, for code that is compiled more often than anyone waits

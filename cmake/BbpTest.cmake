@@ -5,10 +5,10 @@
 set(BBP_PRESET "local" CACHE STRING "The preset's name, the first part of every test's name")
 set(BBP_TEST_TIMEOUT 900 CACHE STRING "Seconds after which a test counts as hung")
 
-if(BBP_WITH_TESTS AND CMAKE_CROSSCOMPILING)
+if(CMAKE_CROSSCOMPILING)
     # Debian has GoogleTest's library for the machine that builds only, and its sources for all.
-    add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
-elseif(BBP_WITH_TESTS)
+    add_subdirectory(/usr/src/googletest "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+else()
     find_package(GTest REQUIRED)
 endif()
 
@@ -26,7 +26,7 @@ function(bbp_add_gtest folder name)
     foreach(function IN LISTS ARG_WRAP)
         target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")
     endforeach()
-    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/bin")
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/bin")
     bbp_add_test(${folder} ${name} COMMAND ${target})
     # A suite that runs nothing, or not everything, has failed.
     set_tests_properties(${BBP_PRESET}/${folder}/${name} PROPERTIES
@@ -45,7 +45,7 @@ function(bbp_add_test folder name)
     endif()
     if(BBP_COVERAGE)
         # Each process leaves its counts; the check of the thresholds comes after all suites.
-        set(profile "${CMAKE_BINARY_DIR}/raw/${folder}_${name}-%p.profraw")
+        set(profile "${PROJECT_BINARY_DIR}/raw/${folder}_${name}-%p.profraw")
         set_tests_properties(${test} PROPERTIES
             ENVIRONMENT "LLVM_PROFILE_FILE=${profile}"
             FIXTURES_REQUIRED coverage_started

@@ -21,4 +21,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
 # The compilers of ten years warn about different things.
 set(BBP_WERROR OFF CACHE BOOL "Warnings are errors")
-set(BBP_WITH_TESTS OFF CACHE BOOL "Build the simulator, the tools and the tests beside the updater")
+foreach(option BBP_TOOLS BBP_SIM BBP_TESTS)
+    set(${option} OFF CACHE BOOL "Beside the updater nothing is built")
+endforeach()

@@ -1,0 +1,374 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <type_traits>
+
+#include "tests/support/Layout.h"
+#include "tests/unit/i2c/HcI2cBufferFixture.h"
+
+namespace {
+
+using fake::Bytes;
+using fake::Capture;
+using fake::Output;
+
+// What the next posix_memalign fails with, and errno besides.
+std::optional<int> g_memalign_result;
+int g_memalign_errno = 0;
+std::size_t g_memalign_alignment = 0;
+std::size_t g_memalign_size = 0;
+
+using HcI2cBufferObject = HcI2cBufferTest;
+using HcI2cBufferFill = HcI2cBufferTest;
+using HcI2cBufferReceived = HcI2cBufferTest;
+using HcI2cBufferShow = HcI2cBufferTest;
+using HcI2cBufferDeathTest = HcI2cBufferTest;
+
+TEST_F(HcI2cBufferObject, TransmitChunkHas2048BytesBehindItsHeader) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+
+    EXPECT_EQ(chunk.data, chunk.buffer + 16);
+    EXPECT_EQ(g_memalign_size, 2064u);
+    EXPECT_EQ(chunk.GetSpace(), 2048);
+    EXPECT_EQ(chunk.rxLength, 0);
+    EXPECT_EQ(chunk.address, 0x2E);
+    EXPECT_EQ(chunk.bus, &bus);
+}
+
+TEST_F(HcI2cBufferObject, ReceiveChunkHasACountByteBeforeItsData) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+
+    EXPECT_EQ(chunk.data, chunk.buffer + 17);
+    EXPECT_EQ(chunk.rxLength, 0);
+    EXPECT_EQ(chunk.GetSpace(), 2048);
+}
+
+TEST_F(HcI2cBufferObject, ReceiveChunkOwnsZeroedRoomForAllThatItsCountByteCanPromise) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+
+    ASSERT_GE(g_memalign_size, 17u + 255u);
+    EXPECT_EQ(Bytes(chunk.buffer + 16, chunk.buffer + 17 + 255), Bytes(256, 0));
+}
+
+TEST_F(HcI2cBufferObject, IsAlignedTo16Bytes) {
+    for (const char type : {'t', 'r'}) {
+        HcI2cBuffer chunk(&bus, 0x2E, type);
+        EXPECT_EQ(g_memalign_alignment, 16u);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(chunk.buffer) % 16, 0u);
+    }
+}
+
+TEST_F(HcI2cBufferObject, HeaderCarriesTheSevenBitAddressAndItsFormat) {
+    for (const char type : {'t', 'r'}) {
+        HcI2cBuffer chunk(&bus, 0xC8, type);
+        EXPECT_EQ(Header(chunk), (Bytes{0x64, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+        EXPECT_EQ(chunk.address, 0xC8);
+    }
+}
+
+TEST_F(HcI2cBufferObject, HoldsItsFieldsInThisOrderAndNothingElse) {
+    const HcI2cBuffer chunk(&bus, 0x2E, 't');
+
+    static_assert(std::is_same<decltype(chunk.data), unsigned char*>::value);
+    static_assert(std::is_same<decltype(chunk.rxLength), int>::value);
+    static_assert(std::is_same<decltype(chunk.address), unsigned char>::value);
+    static_assert(std::is_same<decltype(chunk.buffer), unsigned char*>::value);
+    static_assert(std::is_same<decltype(chunk.bus), I2cBus*>::value);
+    static_assert(std::has_virtual_destructor<HcI2cBuffer>::value);
+    EXPECT_LT(OffsetIn(chunk, chunk.data), OffsetIn(chunk, chunk.rxLength));
+    EXPECT_LT(OffsetIn(chunk, chunk.rxLength), OffsetIn(chunk, chunk.address));
+    EXPECT_LT(OffsetIn(chunk, chunk.address), OffsetIn(chunk, chunk.buffer));
+    EXPECT_LT(OffsetIn(chunk, chunk.buffer), OffsetIn(chunk, chunk.bus));
+    EXPECT_EQ(sizeof chunk, 4 * sizeof(void*) + 8);
+}
+
+TEST_F(HcI2cBufferDeathTest, EndsWithStatus1BeforeAnythingIsAllocatedForAnUnknownType) {
+    for (const char type : {'x', 'T', 'R', '\0', 's'}) {
+        EXPECT_EXIT(
+            {
+                fake::JoinOutputs();
+                g_memalign_result = ENOMEM;  // would be reported instead
+                HcI2cBuffer chunk(&bus, 0x2E, type);
+            },
+            testing::ExitedWithCode(1),
+            fake::Prints("bbpflash CRITICAL: invalid i2c buffer type\nERROR\n"));
+    }
+}
+
+TEST_F(HcI2cBufferDeathTest, EndsWithStatus1AndErrnoForEitherTypeWhenThereIsNoMemory) {
+    for (const char type : {'t', 'r'}) {
+        EXPECT_EXIT(
+            {
+                fake::JoinOutputs();
+                g_memalign_result = ENOMEM;
+                g_memalign_errno = EAGAIN;
+                HcI2cBuffer chunk(&bus, 0x2E, type);
+            },
+            testing::ExitedWithCode(1),
+            fake::Prints("bbpflash CRITICAL: could not allocate memory for i2c tx buffer with "
+                         "result \"Resource temporarily unavailable\" (11)\nERROR\n"));
+    }
+}
+
+TEST_F(HcI2cBufferFill, ByteGoesToTheEndOfThePayload) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+
+    EXPECT_EQ(chunk.FillBuffer(0xA5), 1);
+    EXPECT_EQ(chunk.FillBuffer(0x5A), 1);
+
+    EXPECT_EQ(chunk.GetLength(), 2);
+    EXPECT_EQ(chunk.GetSpace(), 2046);
+    EXPECT_EQ(Bytes(chunk.data, chunk.data + 3), (Bytes{0xA5, 0x5A, 0}));
+    EXPECT_EQ(chunk.GetCurrentPosition(), chunk.data + 2);
+}
+
+TEST_F(HcI2cBufferFill, LengthIsALittleEndianWordAtOffset8) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+
+    FillUp(chunk, 0x0123);
+
+    EXPECT_EQ(Header(chunk), (Bytes{0x17, 0, 0, 0, 2, 0, 0, 0, 0x23, 0x01, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(HcI2cBufferFill, ByteNumber2049IsRefusedAndChangesNothing) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    FillUp(chunk, 2048);
+    const Bytes before(chunk.buffer, chunk.buffer + 2064);
+
+    EXPECT_EQ(chunk.GetSpace(), 0);
+    EXPECT_EQ(chunk.FillBuffer(0xEE), 0);
+
+    EXPECT_EQ(chunk.GetLength(), 2048);
+    EXPECT_EQ(Bytes(chunk.buffer, chunk.buffer + 2064), before);
+}
+
+TEST_F(HcI2cBufferFill, ArrayReplacesWhatWasThere) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    FillUp(chunk, 5);
+    Bytes source{9, 8, 7};
+    int length = 3;
+
+    EXPECT_EQ(chunk.FillBuffer(source.data(), &length), 1);
+
+    EXPECT_EQ(length, 3);
+    EXPECT_EQ(chunk.GetLength(), 3);
+    EXPECT_EQ(Bytes(chunk.data, chunk.data + 3), source);
+}
+
+TEST_F(HcI2cBufferFill, ArrayIsCutAt2048Bytes) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    const Bytes whole = Counting(2049);
+    Bytes source = whole;
+    int length = 2049;
+
+    EXPECT_EQ(chunk.FillBuffer(source.data(), &length), 1);
+
+    EXPECT_EQ(length, 2048);
+    EXPECT_EQ(chunk.GetLength(), 2048);
+    EXPECT_EQ(Bytes(chunk.data, chunk.data + 2048), Bytes(whole.begin(), whole.begin() + 2048));
+}
+
+TEST_F(HcI2cBufferFill, ArrayOf1ByteIsTaken) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    unsigned char source = 0x42;
+    int length = 1;
+
+    EXPECT_EQ(chunk.FillBuffer(&source, &length), 1);
+
+    EXPECT_EQ(length, 1);
+    EXPECT_EQ(chunk.data[0], 0x42);
+}
+
+TEST_F(HcI2cBufferFill, ArrayOf0OrFewerBytesEmptiesTheChunk) {
+    for (const int count : {0, -1, -2048}) {
+        HcI2cBuffer chunk(&bus, 0x2E, 't');
+        FillUp(chunk, 5);
+        unsigned char source = 0x42;
+        int length = count;
+
+        EXPECT_EQ(chunk.FillBuffer(&source, &length), 1);
+
+        EXPECT_EQ(length, 0);
+        EXPECT_EQ(chunk.GetLength(), 0);
+        EXPECT_EQ(chunk.data[0], 1) << "the byte that was there";
+    }
+}
+
+TEST_F(HcI2cBufferFill, NullArrayEmptiesTheChunkAndFails) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    FillUp(chunk, 5);
+    int length = 3;
+
+    EXPECT_EQ(chunk.FillBuffer(nullptr, &length), 0);
+
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(chunk.GetLength(), 0);
+}
+
+TEST_F(HcI2cBufferFill, NullLengthEmptiesTheChunkAndFails) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    FillUp(chunk, 5);
+    unsigned char source = 0x42;
+
+    EXPECT_EQ(chunk.FillBuffer(&source, nullptr), 0);
+    EXPECT_EQ(chunk.GetLength(), 0);
+
+    FillUp(chunk, 5);
+    EXPECT_EQ(chunk.FillBuffer(nullptr, nullptr), 0);
+    EXPECT_EQ(chunk.GetLength(), 0);
+}
+
+TEST_F(HcI2cBufferReceived, CountIsTheChunksByte16) {
+    HcI2cBuffer received(&bus, 0x2E, 'r');
+    Receive(received, 14, Counting(64));
+    EXPECT_EQ(received.GetRxBufLength(), 14);
+
+    HcI2cBuffer to_send(&bus, 0x2E, 't');
+    to_send.FillBuffer(0xA5);
+    EXPECT_EQ(to_send.GetRxBufLength(), 0xA5) << "the first byte to send";
+}
+
+TEST_F(HcI2cBufferReceived, LastByteIsTheOneTheCountPromises) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    const Bytes lm = Counting(64);
+
+    for (const std::uint8_t count : Bytes{1, 14, 63, 64}) {
+        Receive(chunk, count, lm);
+        EXPECT_EQ(chunk.GetRxLastByte(), count);
+    }
+}
+
+TEST_F(HcI2cBufferReceived, LastByteIsFoundByTheChunksOwnCountByte) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    chunk.buffer[16] = 3;
+    chunk.data[2] = 0x42;
+
+    EXPECT_EQ(chunk.GetRxLastByte(), 0x42);
+    EXPECT_EQ(chunk.GetRxBufLength(), 3);
+    EXPECT_EQ(chunk.rxLength, 0) << "nothing was received";
+}
+
+TEST_F(HcI2cBufferReceived, LastByteStaysInsideTheChunkForEveryCount) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+
+    for (int count = 0; count <= 255; ++count) {
+        Receive(chunk, static_cast<unsigned char>(count), Counting(64));
+        const int expected = count > 64 ? 0 : count;  // at 0, the count byte itself
+        EXPECT_EQ(chunk.GetRxLastByte(), expected) << "count " << count;
+    }
+}
+
+TEST_F(HcI2cBufferReceived, CopyTakesAsManyBytesAsTheCountPromises) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    Receive(chunk, 5, Counting(64));
+    Bytes destination(8, 0xEE);
+
+    EXPECT_EQ(chunk.CopyData(destination.data(), 6), 1);
+
+    EXPECT_EQ(destination, (Bytes{1, 2, 3, 4, 5, 0xEE, 0xEE, 0xEE}));
+}
+
+TEST_F(HcI2cBufferReceived, CopyTakesNothingWhenTheCountReachesTheMaximum) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    Receive(chunk, 5, Counting(64));
+    Bytes destination(8, 0xEE);
+
+    EXPECT_EQ(chunk.CopyData(destination.data(), 5), 0);
+    EXPECT_EQ(chunk.CopyData(destination.data(), 4), 0);
+    EXPECT_EQ(chunk.CopyData(destination.data(), 0), 0);
+
+    EXPECT_EQ(destination, Bytes(8, 0xEE));
+}
+
+TEST_F(HcI2cBufferReceived, CopyOfACountOf0Succeeds) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    Receive(chunk, 0, Counting(64));
+    unsigned char destination = 0xEE;
+
+    EXPECT_EQ(chunk.CopyData(&destination, 1), 1);
+
+    EXPECT_EQ(destination, 0xEE);
+}
+
+TEST_F(HcI2cBufferReceived, CopyOfEveryCountFindsZerosBeyondTheRead) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    Bytes expected = Counting(64);
+    expected.resize(255);
+
+    for (int count = 1; count <= 255; ++count) {
+        Receive(chunk, static_cast<unsigned char>(count), Counting(64));
+        Bytes destination(static_cast<std::size_t>(count), 0xEE);
+        EXPECT_EQ(chunk.CopyData(destination.data(), 256), 1);
+        EXPECT_EQ(destination, Bytes(expected.begin(), expected.begin() + count));
+    }
+}
+
+TEST_F(HcI2cBufferShow, PrintsTheHeaderAndDumpsThePayload) {
+    HcI2cBuffer chunk(&bus, 0xC8, 't');
+    FillUp(chunk, 18);
+    chunk.SetStop(1);
+
+    const Output output = Capture([&] { chunk.ShowMsg(); });
+
+    EXPECT_EQ(output.out,
+              "I2C message chunk, addr[0]=0x64  fmt[4]=0x02  stop[8]=yes  len[12]=0x12\n");
+    EXPECT_EQ(output.err,
+              "\n\t\t 01 08 0F 16 1D 24 2B 32 39 40 47 4E 55 5C 63 6A"
+              "\n\t\t 71 78\n\n");
+}
+
+TEST_F(HcI2cBufferShow, PrintsNoDumpOfAnEmptyChunk) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+
+    const Output output = Capture([&] { chunk.ShowMsg(); });
+
+    EXPECT_EQ(output.out,
+              "I2C message chunk, addr[0]=0x17  fmt[4]=0x02  stop[8]=no  len[12]=0x00\n");
+    EXPECT_EQ(output.err, "");
+}
+
+TEST_F(HcI2cBufferShow, ReadsTheWholeWordOfEachField) {
+    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    const Bytes header{0x04, 0x03, 0x02, 0x81, 0x08, 0x07, 0x06, 0x05, 0, 0, 0, 0, 0, 0, 0, 0x01};
+    std::copy(header.begin(), header.end(), chunk.buffer);
+
+    const Output output = Capture([&] { chunk.ShowMsg(); });
+
+    EXPECT_EQ(output.out,
+              "I2C message chunk, addr[0]=0x81020304  fmt[4]=0x5060708  stop[8]=yes  "
+              "len[12]=0x00\n");
+}
+
+TEST_F(HcI2cBufferShow, DumpOfAReceivedChunkStaysInsideIt) {
+    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    Receive(chunk, 64, Bytes(64, 0xFF));
+
+    const Output output = Capture([&] { chunk.ShowMsg(); });
+
+    EXPECT_EQ(output.out,
+              "I2C message chunk, addr[0]=0x17  fmt[4]=0x02  stop[8]=no  len[12]=0x41\n");
+    EXPECT_THAT(output.err, testing::EndsWith(" FF\n\t\t 00\n\n"));
+}
+
+}  // namespace
+
+extern "C" {
+
+int __real_posix_memalign(void** memory, size_t alignment, size_t size);
+int __wrap_posix_memalign(void** memory, size_t alignment, size_t size);
+
+int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {
+    g_memalign_alignment = alignment;
+    g_memalign_size = size;
+    if (g_memalign_result) {
+        errno = g_memalign_errno;
+        return *g_memalign_result;
+    }
+    const int result = __real_posix_memalign(memory, alignment, size);
+    if (result == 0) {
+        memset(*memory, 0xEE, size);  // as memory that was in use before
+    }
+    return result;
+}
+}
