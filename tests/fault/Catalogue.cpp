@@ -16,23 +16,23 @@ using virt::CallKind;
 using virt::Strike;
 using How = Strike::How;
 
-constexpr int kForEver = -1;
-constexpr int kBusErrors[] = {EIO, ETIMEDOUT, ENXIO, EBUSY, EINTR, EPERM};
-constexpr unsigned kRead = 65;  // bytes
+constexpr int FOR_EVER = -1;
+constexpr int BUS_ERRORS[] = {EIO, ETIMEDOUT, ENXIO, EBUSY, EINTR, EPERM};
+constexpr unsigned READ = 65;  // bytes
 
 bool IsBus(CallKind kind) {
-    return kind == CallKind::kLock || kind == CallKind::kUnlock || kind == CallKind::kSend ||
-           kind == CallKind::kReceive || kind == CallKind::kSetSpeed;
+    return kind == CallKind::Lock || kind == CallKind::Unlock || kind == CallKind::Send ||
+           kind == CallKind::Receive || kind == CallKind::SetSpeed;
 }
 
 bool IsMemory(CallKind kind) {
-    return kind == CallKind::kMemalign || kind == CallKind::kNewObject ||
-           kind == CallKind::kNewStorage;
+    return kind == CallKind::Memalign || kind == CallKind::NewObject ||
+           kind == CallKind::NewStorage;
 }
 
 bool IsFile(CallKind kind) {
-    return kind == CallKind::kFopen || kind == CallKind::kFseek || kind == CallKind::kFtell ||
-           kind == CallKind::kFread;
+    return kind == CallKind::Fopen || kind == CallKind::Fseek || kind == CallKind::Ftell ||
+           kind == CallKind::Fread;
 }
 
 Strike Make(How how, int error = 0, long value = 0) {
@@ -44,7 +44,7 @@ Strike Make(How how, int error = 0, long value = 0) {
 }
 
 CallFault At(const Catalogue::Place& place, const Strike& strike, int times = 1) {
-    return CallFault{place.kind, place.index, strike, times, FileAction::kNone, 0};
+    return CallFault{place.kind, place.index, strike, times, FileAction::None, 0};
 }
 
 sim::Fault Unit(Event event, unsigned nth, Action action, unsigned value = 0,
@@ -62,29 +62,29 @@ sim::Fault Unit(Event event, unsigned nth, Action action, unsigned value = 0,
 // The plainest way in which a call fails.
 Strike Plain(const Catalogue::Place& place) {
     switch (place.kind) {
-        case CallKind::kOutput:
-            return Make(How::kFail, ENOSPC);
-        case CallKind::kDelay:
-            return Make(How::kValue, 0, 1);
-        case CallKind::kUsleep:
-            return Make(How::kFail, EINTR);
-        case CallKind::kFopen:
-        case CallKind::kOpen:
-            return Make(How::kFail, EACCES);
+        case CallKind::Output:
+            return Make(How::Fail, ENOSPC);
+        case CallKind::Delay:
+            return Make(How::Value, 0, 1);
+        case CallKind::Usleep:
+            return Make(How::Fail, EINTR);
+        case CallKind::Fopen:
+        case CallKind::Open:
+            return Make(How::Fail, EACCES);
         default:
             return IsMemory(place.kind)
-                       ? Make(How::kFail, ENOMEM)
-                       : Make(How::kFail, kBusErrors[static_cast<std::size_t>(place.index) %
-                                                     std::size(kBusErrors)]);
+                       ? Make(How::Fail, ENOMEM)
+                       : Make(How::Fail, BUS_ERRORS[static_cast<std::size_t>(place.index) %
+                                                    std::size(BUS_ERRORS)]);
     }
 }
 
 Kind KindOf(CallKind kind) {
-    return IsBus(kind)                 ? Kind::kBus
-           : IsMemory(kind)            ? Kind::kMemory
-           : IsFile(kind)              ? Kind::kFile
-           : kind == CallKind::kOutput ? Kind::kOutput
-                                       : Kind::kLine;
+    return IsBus(kind)                ? Kind::Bus
+           : IsMemory(kind)           ? Kind::Memory
+           : IsFile(kind)             ? Kind::File
+           : kind == CallKind::Output ? Kind::Output
+                                      : Kind::Line;
 }
 
 }  // namespace
@@ -99,7 +99,7 @@ Catalogue::Catalogue(const Scenario& scenario)
     for (const virt::Call& call : unit.Log().Calls()) {
         places_.push_back(
             {call.kind, index++, static_cast<long>(call.argument), static_cast<long>(call.size)});
-        if (call.kind == CallKind::kSend) {
+        if (call.kind == CallKind::Send) {
             writes_.push_back(call.size);
         }
     }
@@ -113,28 +113,28 @@ Catalogue::Catalogue(const Scenario& scenario)
 
 void Catalogue::ForEach(Kind kind, const Visit& visit) const {
     switch (kind) {
-        case Kind::kBus:
+        case Kind::Bus:
             return ForEachBusFault(visit);
-        case Kind::kReply:
+        case Kind::Reply:
             return ForEachReplyFault(visit);
-        case Kind::kChip:
+        case Kind::Chip:
             return ForEachChipFault(visit);
-        case Kind::kFile:
+        case Kind::File:
             return ForEachFileFault(visit);
-        case Kind::kMemory:
+        case Kind::Memory:
             return ForEachMemoryFault(visit);
-        case Kind::kOutput:
+        case Kind::Output:
             return ForEachOutputFault(visit);
-        case Kind::kLine:
+        case Kind::Line:
             return ForEachLineFault(visit);
-        case Kind::kPair:
+        case Kind::Pair:
             return ForEachPair(visit);
     }
 }
 
 void Catalogue::ForEachCallOnce(const Visit& visit) const {
     for (const Place& place : places_) {
-        for (const int times : {1, kForEver}) {
+        for (const int times : {1, FOR_EVER}) {
             visit(Injection::Of(KindOf(place.kind), At(place, Plain(place), times)));
         }
     }
@@ -145,19 +145,19 @@ void Catalogue::ForEachBusFault(const Visit& visit) const {
         if (!IsBus(place.kind)) {
             continue;
         }
-        for (const int error : kBusErrors) {
-            for (const How how : {How::kFail, How::kAfter}) {
-                for (const int times : {1, 2, 5, kForEver}) {
-                    visit(Injection::Of(Kind::kBus, At(place, Make(how, error), times)));
+        for (const int error : BUS_ERRORS) {
+            for (const How how : {How::Fail, How::After}) {
+                for (const int times : {1, 2, 5, FOR_EVER}) {
+                    visit(Injection::Of(Kind::Bus, At(place, Make(how, error), times)));
                 }
             }
         }
-        if (place.kind == CallKind::kLock) {
-            visit(Injection::Of(Kind::kBus, At(place, Make(How::kBlock))));
+        if (place.kind == CallKind::Lock) {
+            visit(Injection::Of(Kind::Bus, At(place, Make(How::Block))));
         } else {
             // Reported as done, and not done.
-            for (const int times : {1, kForEver}) {
-                visit(Injection::Of(Kind::kBus, At(place, Make(How::kValue), times)));
+            for (const int times : {1, FOR_EVER}) {
+                visit(Injection::Of(Kind::Bus, At(place, Make(How::Value), times)));
             }
         }
     }
@@ -167,14 +167,14 @@ void Catalogue::ForEachReplyFault(const Visit& visit) const {
     for (unsigned nth = 1; nth <= reads_; ++nth) {
         for (const unsigned times : {1U, sim::FOR_EVER}) {
             const auto change = [&](Action action, unsigned value = 0, std::size_t offset = 0) {
-                visit(Injection::Of(Kind::kReply,
+                visit(Injection::Of(Kind::Reply,
                                     Unit(Event::Read, nth, action, value, offset, times)));
             };
             for (const Action action : {Action::AllZero, Action::AllOnes, Action::PreviousReply,
                                         Action::OtherReply, Action::WrongChecksum}) {
                 change(action);
             }
-            for (unsigned bit = 0; bit < 8 * kRead; ++bit) {
+            for (unsigned bit = 0; bit < 8 * READ; ++bit) {
                 change(Action::FlipBit, bit % 8, bit / 8);
             }
             for (unsigned value = 0; value < 256; ++value) {
@@ -192,11 +192,11 @@ void Catalogue::ForEachReplyFault(const Visit& visit) const {
             // size.
             for (unsigned value = 0; value < 256; ++value) {
                 Injection both = Injection::Pair(
-                    Injection::Of(Kind::kReply,
+                    Injection::Of(Kind::Reply,
                                   Unit(Event::Read, nth, Action::CountByte, value, 0, times)),
-                    Injection::Of(Kind::kReply,
+                    Injection::Of(Kind::Reply,
                                   Unit(Event::Read, nth, Action::LengthField, 0, 0, times)));
-                both.kind = Kind::kReply;
+                both.kind = Kind::Reply;
                 visit(both);
             }
             for (std::size_t offset = 1; offset < 30; ++offset) {
@@ -211,7 +211,7 @@ void Catalogue::ForEachReplyFault(const Visit& visit) const {
 void Catalogue::ForEachChipFault(const Visit& visit) const {
     ForEachTransferCut(visit);
     ForEachBurnFault(visit);
-    const auto happen = [&](const sim::Fault& fault) { visit(Injection::Of(Kind::kChip, fault)); };
+    const auto happen = [&](const sim::Fault& fault) { visit(Injection::Of(Kind::Chip, fault)); };
     for (const unsigned times : {1U, 2U, sim::FOR_EVER}) {
         for (unsigned nth = 1; nth <= segments_; ++nth) {
             happen(Unit(Event::Segment, nth, Action::RefuseSegment, 0, 0, times));
@@ -237,7 +237,7 @@ void Catalogue::ForEachChipFault(const Visit& visit) const {
 void Catalogue::ForEachTransferCut(const Visit& visit) const {
     const auto cut = [&](Event event, unsigned nth, std::size_t offset) {
         for (const Action action : {Action::Restart, Action::PowerLoss}) {
-            visit(Injection::Of(Kind::kChip, Unit(event, nth, action, 0, offset)));
+            visit(Injection::Of(Kind::Chip, Unit(event, nth, action, 0, offset)));
         }
     };
     for (unsigned nth = 1; nth <= writes_.size(); ++nth) {
@@ -249,7 +249,7 @@ void Catalogue::ForEachTransferCut(const Visit& visit) const {
         cut(Event::Write, nth, sim::AFTER_THE_TRANSFER);
     }
     for (unsigned nth = 1; nth <= reads_; ++nth) {
-        for (std::size_t offset = 0; offset < kRead; ++offset) {
+        for (std::size_t offset = 0; offset < READ; ++offset) {
             cut(Event::Read, nth, offset);
         }
         cut(Event::Read, nth, sim::AFTER_THE_TRANSFER);
@@ -260,7 +260,7 @@ void Catalogue::ForEachBurnFault(const Visit& visit) const {
     for (unsigned nth = 1; nth <= burns_; ++nth) {
         for (const unsigned times : {1U, sim::FOR_EVER}) {
             const auto happen = [&](Action action, unsigned value) {
-                visit(Injection::Of(Kind::kChip, Unit(Event::Burn, nth, action, value, 0, times)));
+                visit(Injection::Of(Kind::Chip, Unit(Event::Burn, nth, action, value, 0, times)));
             };
             happen(Action::RejectImage, 0);
             happen(Action::VerifyFails, 0);
@@ -273,7 +273,7 @@ void Catalogue::ForEachBurnFault(const Visit& visit) const {
 }
 
 void Catalogue::ForEachFileFault(const Visit& visit) const {
-    const auto happen = [&](const CallFault& fault) { visit(Injection::Of(Kind::kFile, fault)); };
+    const auto happen = [&](const CallFault& fault) { visit(Injection::Of(Kind::File, fault)); };
     std::vector<long> lengths = {0,        1,         2033,      2034,      26843545,
                                  26843546, 133363723, 133363724, 2147483647};
     if (std::numeric_limits<long>::max() > 2147483647) {
@@ -281,29 +281,28 @@ void Catalogue::ForEachFileFault(const Visit& visit) const {
     }
     for (const Place& place : places_) {
         const auto fail = [&](const Strike& strike) {
-            for (const int times : {1, 2, kForEver}) {
+            for (const int times : {1, 2, FOR_EVER}) {
                 happen(At(place, strike, times));
             }
         };
-        if (place.kind == CallKind::kFopen || place.kind == CallKind::kFseek ||
-            place.kind == CallKind::kFtell) {
+        if (place.kind == CallKind::Fopen || place.kind == CallKind::Fseek ||
+            place.kind == CallKind::Ftell) {
             for (const int error : {EACCES, ENOENT, EIO, EMFILE, ENOMEM}) {
-                fail(Make(How::kFail, error));
+                fail(Make(How::Fail, error));
             }
         }
-        if (place.kind == CallKind::kFtell) {
+        if (place.kind == CallKind::Ftell) {
             for (const long length : lengths) {
-                fail(Make(How::kValue, 0, length));
+                fail(Make(How::Value, 0, length));
             }
-        } else if (place.kind == CallKind::kFread) {
+        } else if (place.kind == CallKind::Fread) {
             for (const long limit :
                  std::set<long>{0, 1, 13, place.size / 2, std::max(0L, place.size - 1)}) {
-                fail(Make(How::kLimit, EIO, limit));
+                fail(Make(How::Limit, EIO, limit));
             }
         }
         // The file changes, or the disk goes bad, just before any call after its first opening.
-        if (IsFile(place.kind) || place.kind == CallKind::kSend ||
-            place.kind == CallKind::kReceive) {
+        if (IsFile(place.kind) || place.kind == CallKind::Send || place.kind == CallKind::Receive) {
             std::set<long> sizes;
             std::set<long> offsets;
             for (const long change : {-5000, -2035, -100, -1, 1, 13, 2034, 2035, 5000}) {
@@ -313,10 +312,10 @@ void Catalogue::ForEachFileFault(const Visit& visit) const {
                 offsets.insert(image_size_ * eighth / 8);
             }
             for (const long size : sizes) {
-                happen({place.kind, place.index, {}, 1, FileAction::kResize, size});
+                happen({place.kind, place.index, {}, 1, FileAction::Resize, size});
             }
             for (const long offset : offsets) {
-                happen({place.kind, place.index, {}, 1, FileAction::kUnreadableFrom, offset});
+                happen({place.kind, place.index, {}, 1, FileAction::UnreadableFrom, offset});
             }
         }
     }
@@ -325,8 +324,8 @@ void Catalogue::ForEachFileFault(const Visit& visit) const {
 void Catalogue::ForEachMemoryFault(const Visit& visit) const {
     for (const Place& place : places_) {
         if (IsMemory(place.kind)) {
-            for (const int times : {1, 2, 3, kForEver}) {
-                visit(Injection::Of(Kind::kMemory, At(place, Make(How::kFail, ENOMEM), times)));
+            for (const int times : {1, 2, 3, FOR_EVER}) {
+                visit(Injection::Of(Kind::Memory, At(place, Make(How::Fail, ENOMEM), times)));
             }
         }
     }
@@ -334,15 +333,15 @@ void Catalogue::ForEachMemoryFault(const Visit& visit) const {
 
 void Catalogue::ForEachOutputFault(const Visit& visit) const {
     for (const Place& place : places_) {
-        if (place.kind != CallKind::kOutput) {
+        if (place.kind != CallKind::Output) {
             continue;
         }
         for (const long taken : std::set<long>{0, 1, place.size / 2, place.size - 1}) {
-            visit(Injection::Of(Kind::kOutput, At(place, Make(How::kLimit, EPIPE, taken))));
+            visit(Injection::Of(Kind::Output, At(place, Make(How::Limit, EPIPE, taken))));
             for (const int error : {ENOSPC, EIO, EFBIG}) {
-                for (const int times : {1, 2, 3, kForEver}) {
-                    visit(Injection::Of(Kind::kOutput,
-                                        At(place, Make(How::kLimit, error, taken), times)));
+                for (const int times : {1, 2, 3, FOR_EVER}) {
+                    visit(Injection::Of(Kind::Output,
+                                        At(place, Make(How::Limit, error, taken), times)));
                 }
             }
         }
@@ -352,34 +351,34 @@ void Catalogue::ForEachOutputFault(const Visit& visit) const {
 void Catalogue::ForEachLineFault(const Visit& visit) const {
     for (const Place& place : places_) {
         const auto happen = [&](const Strike& strike) {
-            for (const int times : {1, 2, kForEver}) {
-                visit(Injection::Of(Kind::kLine, At(place, strike, times)));
+            for (const int times : {1, 2, FOR_EVER}) {
+                visit(Injection::Of(Kind::Line, At(place, strike, times)));
             }
         };
         switch (place.kind) {
-            case CallKind::kOpen:
+            case CallKind::Open:
                 for (const int error : {EACCES, ENOENT, EBUSY, EMFILE, EINTR}) {
-                    happen(Make(How::kFail, error));
+                    happen(Make(How::Fail, error));
                 }
-                happen(Make(How::kValue, 0, 0));
+                happen(Make(How::Value, 0, 0));
                 break;
-            case CallKind::kWriteReset:
+            case CallKind::WriteReset:
                 for (const int error : {EIO, EPERM, EAGAIN}) {
-                    happen(Make(How::kFail, error));
-                    happen(Make(How::kAfter, error));
+                    happen(Make(How::Fail, error));
+                    happen(Make(How::After, error));
                 }
-                happen(Make(How::kValue, 0, 0));
+                happen(Make(How::Value, 0, 0));
                 break;
-            case CallKind::kDelay:
+            case CallKind::Delay:
                 for (const long left : std::set<long>{1, 2, place.argument / 2, place.argument}) {
-                    happen(Make(How::kValue, 0, left));
+                    happen(Make(How::Value, 0, left));
                 }
                 break;
-            case CallKind::kUsleep:
-                happen(Make(How::kFail, EINTR));
+            case CallKind::Usleep:
+                happen(Make(How::Fail, EINTR));
                 break;
-            case CallKind::kLog:
-                happen(Make(How::kFail, EIO));
+            case CallKind::Log:
+                happen(Make(How::Fail, EIO));
                 break;
             default:
                 break;
@@ -391,7 +390,7 @@ void Catalogue::ForEachLineFault(const Visit& visit) const {
 std::vector<Injection> Catalogue::Typical() const {
     std::vector<Injection> typical;
     const auto add = [&](const sim::Fault& fault) {
-        typical.push_back(Injection::Of(Kind::kChip, fault));
+        typical.push_back(Injection::Of(Kind::Chip, fault));
     };
     for (unsigned nth = 1; nth <= reads_; ++nth) {
         add(Unit(Event::Read, nth, Action::WrongChecksum));

@@ -15,22 +15,22 @@ namespace fault {
 
 namespace {
 
-constexpr std::size_t kMostFailures = 20;
+constexpr std::size_t MOST_FAILURES = 20;
 
-constexpr Kind kAllKinds[] = {Kind::kBus,    Kind::kReply,  Kind::kChip, Kind::kFile,
-                              Kind::kMemory, Kind::kOutput, Kind::kLine, Kind::kPair};
+constexpr Kind ALL_KINDS[] = {Kind::Bus,    Kind::Reply,  Kind::Chip, Kind::File,
+                              Kind::Memory, Kind::Output, Kind::Line, Kind::Pair};
 
 // In this scenario nothing is left out: every bit of every reply, every byte of every transfer.
-constexpr const char* kExhaustive = "-s,100,update";
+constexpr const char* EXHAUSTIVE = "-s,100,update";
 
 // The most runs of a kind in any other scenario; evenly spread over all there are.
 std::uint64_t Quota(Kind kind, bool long_run) {
     switch (kind) {
-        case Kind::kReply:
+        case Kind::Reply:
             return long_run ? 2200 : 1000;
-        case Kind::kBus:
-        case Kind::kChip:
-        case Kind::kPair:
+        case Kind::Bus:
+        case Kind::Chip:
+        case Kind::Pair:
             return long_run ? 2200 : 1500;
         default:
             return long_run ? 1000 : 600;
@@ -47,7 +47,7 @@ class Runs {
         if (scenario.IsWhole()) {
             catalogue.ForEachCallOnce([&](const Injection& one) { Take(scenario, one); });
         }
-        for (const Kind kind : kAllKinds) {
+        for (const Kind kind : ALL_KINDS) {
             MakeKind(scenario, catalogue, kind);
         }
         ++scenarios_;
@@ -57,13 +57,13 @@ class Runs {
 
   private:
     void MakeKind(const Scenario& scenario, const Catalogue& catalogue, Kind kind) {
-        constexpr std::uint64_t kStride = 7919;
+        constexpr std::uint64_t STRIDE = 7919;
         std::uint64_t total = 0;
         catalogue.ForEach(kind, [&](const Injection&) { ++total; });
         const std::uint64_t quota =
-            scenario.Name() == kExhaustive ? total : Quota(kind, selection_.long_run);
+            scenario.Name() == EXHAUSTIVE ? total : Quota(kind, selection_.long_run);
         // Each scenario leaves out others.
-        std::uint64_t place = scenarios_ * kStride;
+        std::uint64_t place = scenarios_ * STRIDE;
         catalogue.ForEach(kind, [&](const Injection& injection) {
             const std::uint64_t at = place++ % total;
             if (total <= quota || at * quota / total != (at + 1) * quota / total) {
@@ -89,7 +89,7 @@ class Runs {
         tally_.struck += verdict.struck ? 1 : 0;
         if (!verdict.difference.empty()) {
             ++tally_.failed;
-            if (tally_.failures.size() < kMostFailures) {
+            if (tally_.failures.size() < MOST_FAILURES) {
                 tally_.failures.push_back(scenario.Name() + "/" + name + "\n  " +
                                           verdict.difference);
             }
@@ -117,7 +117,7 @@ void Tally::Add(const Tally& other) {
     runs += other.runs;
     struck += other.struck;
     failed += other.failed;
-    for (std::size_t i = 0; i < kKinds; ++i) {
+    for (std::size_t i = 0; i < KINDS; ++i) {
         kinds[i] += other.kinds[i];
     }
     for (const auto& [name, count] : other.outcomes) {
@@ -136,7 +136,7 @@ void Tally::Print(std::ostream& out) const {
             << 100.0 * static_cast<double>(count) / static_cast<double>(runs) << " %\n";
     };
     out << "fault runs by kind of fault:\n";
-    for (const Kind kind : kAllKinds) {
+    for (const Kind kind : ALL_KINDS) {
         row(NameOf(kind), kinds[static_cast<std::size_t>(kind)]);
     }
     out << "by outcome:\n";

@@ -26,7 +26,7 @@ struct Tally {
     std::uint64_t runs = 0;
     std::uint64_t struck = 0;  // in which the fault has happened
     std::uint64_t failed = 0;
-    std::array<std::uint64_t, kKinds> kinds{};
+    std::array<std::uint64_t, KINDS> kinds{};
     std::map<std::string, std::uint64_t> outcomes;
     std::vector<std::string> failures;  // the first few: id and difference
 

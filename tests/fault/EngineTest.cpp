@@ -13,8 +13,8 @@ namespace fault {
 
 namespace {
 
-const Kind kAllKinds[] = {Kind::kBus,    Kind::kReply,  Kind::kChip, Kind::kFile,
-                          Kind::kMemory, Kind::kOutput, Kind::kLine, Kind::kPair};
+const Kind ALL_KINDS[] = {Kind::Bus,    Kind::Reply,  Kind::Chip, Kind::File,
+                          Kind::Memory, Kind::Output, Kind::Line, Kind::Pair};
 
 // A sound run of which single calls can be changed afterwards.
 class EngineTest : public ::testing::Test {
@@ -78,7 +78,7 @@ TEST_F(EngineTest, SoundRunIsFoundSound) {
 TEST_F(EngineTest, EveryCallThatIsMissingIsMissed) {
     const std::size_t count = unit_.Log().Calls().size();
     for (std::size_t missing = 0; missing < count; ++missing) {
-        if (unit_.Log().Calls()[missing].kind == CallKind::kNewStorage) {
+        if (unit_.Log().Calls()[missing].kind == CallKind::NewStorage) {
             continue;  // the library's own affair
         }
         std::size_t at = 0;
@@ -89,8 +89,8 @@ TEST_F(EngineTest, EveryCallThatIsMissingIsMissed) {
 
 TEST_F(EngineTest, EveryArgumentCounts) {
     for (const CallKind kind :
-         {CallKind::kUsleep, CallKind::kDelay, CallKind::kSetSpeed, CallKind::kFread,
-          CallKind::kFseek, CallKind::kSend, CallKind::kReceive, CallKind::kWriteReset}) {
+         {CallKind::Usleep, CallKind::Delay, CallKind::SetSpeed, CallKind::Fread, CallKind::Fseek,
+          CallKind::Send, CallKind::Receive, CallKind::WriteReset}) {
         EXPECT_NE("", JudgeOne(kind, 0,
                                [](Call& call, std::string&) {
                                    call.argument += 1;
@@ -102,7 +102,7 @@ TEST_F(EngineTest, EveryArgumentCounts) {
 
 TEST_F(EngineTest, EveryByteOfARequestCounts) {
     for (std::size_t at = 0; at < 14; ++at) {
-        EXPECT_NE("", JudgeOne(CallKind::kSend, 1,
+        EXPECT_NE("", JudgeOne(CallKind::Send, 1,
                                [at](Call&, std::string& data) {
                                    data[at] = static_cast<char>(data[at] ^ 0x10);
                                    return true;
@@ -112,7 +112,7 @@ TEST_F(EngineTest, EveryByteOfARequestCounts) {
 }
 
 TEST_F(EngineTest, LineOfOutputThatIsWrongIsSeen) {
-    EXPECT_NE("", JudgeOne(CallKind::kOutput, 0, [](Call&, std::string& data) {
+    EXPECT_NE("", JudgeOne(CallKind::Output, 0, [](Call&, std::string& data) {
                   data = "31\n";
                   return true;
               }));
@@ -125,7 +125,7 @@ TEST_F(EngineTest, WrongStatusIsSeen) {
 
 TEST_F(EngineTest, RunThatGoesOnAfterAFailureIsSeen) {
     // The chip has refused the request, says the transcript, and the program has gone on.
-    EXPECT_NE("", JudgeOne(CallKind::kSend, 1, [](Call& call, std::string&) {
+    EXPECT_NE("", JudgeOne(CallKind::Send, 1, [](Call& call, std::string&) {
                   call.result = 5;
                   return true;
               }));
@@ -141,7 +141,7 @@ TEST_F(EngineTest, FlashThatIsNotTheImageIsSeenAfterASuccess) {
     facts.version = "2.0.0";
     facts.label = "2.0.0";
     facts.image = scenario_.Image();
-    const Injection none{Kind::kBus, 0, {}};
+    const Injection none{Kind::Bus, 0, {}};
     EXPECT_EQ("", Violation(scenario_, none, unit_, result_, facts));
     facts.image[77] = static_cast<std::uint8_t>(facts.image[77] + 1);
     EXPECT_NE("", Violation(scenario_, none, unit_, result_, facts));
@@ -150,7 +150,7 @@ TEST_F(EngineTest, FlashThatIsNotTheImageIsSeenAfterASuccess) {
 TEST(InjectionTest, EachHasAnIdOfItsOwnThatLeadsBackToIt) {
     for (const char* name : {"-s,100,update", "none,100,equal"}) {
         const Catalogue catalogue(Scenario::Of(name));
-        for (const Kind kind : kAllKinds) {
+        for (const Kind kind : ALL_KINDS) {
             std::set<std::string> ids;
             int count = 0;
             catalogue.ForEach(kind, [&](const Injection& injection) {

@@ -11,14 +11,14 @@ namespace fault {
 
 namespace {
 
-constexpr std::array<std::string_view, kKinds> kKindNames = {"bus",    "reply",  "chip", "file",
-                                                             "memory", "output", "line", "pair"};
+constexpr std::array<std::string_view, KINDS> KIND_NAMES = {"bus",    "reply",  "chip", "file",
+                                                            "memory", "output", "line", "pair"};
 
-constexpr std::array<std::string_view, 6> kHows = {"none",  "fail",  "after",
-                                                   "value", "limit", "block"};
-constexpr std::array<std::string_view, 3> kFileActions = {"none", "resize", "unreadable"};
+constexpr std::array<std::string_view, 6> HOWS = {"none",  "fail",  "after",
+                                                  "value", "limit", "block"};
+constexpr std::array<std::string_view, 3> FILE_ACTIONS = {"none", "resize", "unreadable"};
 
-constexpr char kBetween[] = " + ";  // two faults of one injection
+constexpr char BETWEEN[] = " + ";  // two faults of one injection
 
 template <typename Names>
 std::size_t IndexOf(const Names& names, const std::string& name) {
@@ -50,7 +50,7 @@ std::vector<std::string> Split(const std::string& text, const std::string& separ
 }
 
 virt::CallKind CallKindOf(const std::string& name) {
-    for (std::size_t i = 0; i < virt::kCallKinds; ++i) {
+    for (std::size_t i = 0; i < virt::CALL_KINDS; ++i) {
         if (virt::NameOf(static_cast<virt::CallKind>(i)) == name) {
             return static_cast<virt::CallKind>(i);
         }
@@ -61,23 +61,23 @@ virt::CallKind CallKindOf(const std::string& name) {
 std::string NameOfCall(const CallFault& fault) {
     std::ostringstream name;
     name << virt::NameOf(fault.kind) << '@' << fault.index << ':';
-    if (fault.action != FileAction::kNone) {
-        name << Named(kFileActions, fault.action) << ':' << fault.size;
+    if (fault.action != FileAction::None) {
+        name << Named(FILE_ACTIONS, fault.action) << ':' << fault.size;
     } else {
-        name << Named(kHows, fault.strike.how) << ':' << fault.strike.error << ':'
+        name << Named(HOWS, fault.strike.how) << ':' << fault.strike.error << ':'
              << fault.strike.value << ':' << fault.times;
     }
     return name.str();
 }
 
 CallFault CallOf(const std::string& kind, const std::vector<std::string>& parts) {
-    CallFault fault{CallKindOf(kind), std::stoi(parts.at(0)), {}, 1, FileAction::kNone, 0};
+    CallFault fault{CallKindOf(kind), std::stoi(parts.at(0)), {}, 1, FileAction::None, 0};
     if (parts.size() == 3) {
-        fault.action = ValueOf<FileAction>(kFileActions, parts[1]);
+        fault.action = ValueOf<FileAction>(FILE_ACTIONS, parts[1]);
         fault.size = std::stol(parts[2]);
         return fault;
     }
-    fault.strike.how = ValueOf<virt::Strike::How>(kHows, parts.at(1));
+    fault.strike.how = ValueOf<virt::Strike::How>(HOWS, parts.at(1));
     fault.strike.error = std::stoi(parts.at(2));
     fault.strike.value = std::stol(parts.at(3));
     fault.times = std::stoi(parts.at(4));
@@ -104,7 +104,7 @@ Fault FaultOf(const std::string& name) {
 }  // namespace
 
 const char* NameOf(Kind kind) {
-    return Named(kKindNames, kind).data();
+    return Named(KIND_NAMES, kind).data();
 }
 
 Injection Injection::Of(Kind kind, const CallFault& call) {
@@ -116,22 +116,22 @@ Injection Injection::Of(Kind kind, const sim::Fault& unit) {
 }
 
 Injection Injection::Pair(const Injection& first, const Injection& second) {
-    return Injection{Kind::kPair, 2, {first.faults[0], second.faults[0]}};
+    return Injection{Kind::Pair, 2, {first.faults[0], second.faults[0]}};
 }
 
 std::string Injection::Name() const {
     std::string name;
     for (int i = 0; i < count; ++i) {
         const Fault& fault = faults[static_cast<std::size_t>(i)];
-        name += i > 0 ? kBetween : "";
+        name += i > 0 ? BETWEEN : "";
         name += fault.is_call ? NameOfCall(fault.call) : sim::FaultText(fault.unit);
     }
     return name;
 }
 
 Injection Injection::Of(const std::string& name) {
-    Injection injection{Kind::kPair, 0, {}};
-    for (const std::string& part : Split(name, kBetween)) {
+    Injection injection{Kind::Pair, 0, {}};
+    for (const std::string& part : Split(name, BETWEEN)) {
         injection.faults.at(static_cast<std::size_t>(injection.count++)) = FaultOf(part);
     }
     if (injection.count == 0) {
@@ -169,10 +169,10 @@ virt::Strike InjectionHook::OnCall(const virt::Call& call, int index, int /*nth*
         }
         ++hits_;
         armed.left -= armed.left > 0 ? 1 : 0;
-        if (fault.action == FileAction::kNone) {
+        if (fault.action == FileAction::None) {
             return fault.strike;
         }
-        if (fault.action == FileAction::kResize) {
+        if (fault.action == FileAction::Resize) {
             files_.Resize(static_cast<std::size_t>(fault.size));
         } else {
             files_.MakeUnreadableFrom(fault.size);

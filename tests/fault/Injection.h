@@ -12,12 +12,12 @@
 namespace fault {
 
 // What is counted: no kind may be more than a quarter of all runs.
-enum class Kind { kBus, kReply, kChip, kFile, kMemory, kOutput, kLine, kPair };
-constexpr std::size_t kKinds = 8;
+enum class Kind { Bus, Reply, Chip, File, Memory, Output, Line, Pair };
+constexpr std::size_t KINDS = 8;
 const char* NameOf(Kind kind);
 
 // What happens to a call, besides what a Strike can do to it.
-enum class FileAction { kNone, kResize, kUnreadableFrom };
+enum class FileAction { None, Resize, UnreadableFrom };
 
 // A fault of one call: the first call of the kind with this index in the run, or behind it.
 struct CallFault {
@@ -25,7 +25,7 @@ struct CallFault {
     int index;
     virt::Strike strike;
     int times = 1;  // how many calls of the kind in a row, -1: from there on
-    FileAction action = FileAction::kNone;
+    FileAction action = FileAction::None;
     long size = 0;  // of the action
 };
 

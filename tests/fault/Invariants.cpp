@@ -13,7 +13,7 @@ namespace {
 
 using virt::RunResult;
 
-constexpr std::uint8_t kErased = 0xFF;
+constexpr std::uint8_t ERASED = 0xFF;
 
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -23,7 +23,7 @@ bool EndsWith(std::string_view text, std::string_view end) {
 bool HasLostOutput(const virt::CallLog& log) {
     const auto& calls = log.Calls();
     return std::any_of(calls.begin(), calls.end(), [](const virt::Call& call) {
-        return call.kind == virt::CallKind::kOutput &&
+        return call.kind == virt::CallKind::Output &&
                call.result < static_cast<std::int64_t>(call.size);
     });
 }
@@ -62,7 +62,7 @@ bool Falsifies(const Injection& injection, virt::CallKind kind) {
     return std::any_of(injection.faults.begin(), injection.faults.begin() + injection.count,
                        [kind](const Fault& fault) {
                            return fault.is_call && (fault.call.kind == kind ||
-                                                    fault.call.action != FileAction::kNone);
+                                                    fault.call.action != FileAction::None);
                        });
 }
 
@@ -76,11 +76,11 @@ std::string CheckOutput(const Injection& injection, const virt::CallLog& log,
                         const RunResult& result, const Facts& facts) {
     // A text that a fault has put into a reply is shown as it is, line ends and all; an end that
     // flushes nothing cuts where the buffer was full.
-    if (HasLostOutput(log) || ChangesReplies(injection) || result.outcome != Outcome::kExit) {
+    if (HasLostOutput(log) || ChangesReplies(injection) || result.outcome != Outcome::Exit) {
         return "";
     }
-    const bool honest_length = !Falsifies(injection, virt::CallKind::kFtell) &&
-                               !Falsifies(injection, virt::CallKind::kFread);
+    const bool honest_length = !Falsifies(injection, virt::CallKind::Ftell) &&
+                               !Falsifies(injection, virt::CallKind::Fread);
     return CheckLines(result, facts.status_mode, honest_length);
 }
 
@@ -88,13 +88,13 @@ std::string CheckOutput(const Injection& injection, const virt::CallLog& log,
 std::string CheckSilence(const virt::CallLog& log) {
     bool fatal = false;
     for (const virt::Call& call : log.Calls()) {
-        if (call.kind == virt::CallKind::kLog && call.detail == 1) {
+        if (call.kind == virt::CallKind::Log && call.detail == 1) {
             fatal = log.Data(call).find("\"Success\" (0)") == std::string_view::npos ||
                     log.Data(call).find("opening /dev/i2c1") == std::string_view::npos;
         }
-        const bool reaches = call.kind == virt::CallKind::kSend ||
-                             call.kind == virt::CallKind::kReceive ||
-                             call.kind == virt::CallKind::kWriteReset;
+        const bool reaches = call.kind == virt::CallKind::Send ||
+                             call.kind == virt::CallKind::Receive ||
+                             call.kind == virt::CallKind::WriteReset;
         if (fatal && reaches) {
             return "after a fatal message: " + Describe(log, call);
         }
@@ -106,7 +106,7 @@ std::string CheckSilence(const virt::CallLog& log) {
 std::string CheckFlash(const Injection& injection, const sim::ChipModel& chip,
                        const RunResult& result, const Facts& facts) {
     const std::vector<std::uint8_t>& flash = chip.Flash();
-    const bool succeeded = result.outcome == Outcome::kExit && result.status == 0;
+    const bool succeeded = result.outcome == Outcome::Exit && result.status == 0;
     const bool truthful = !ChangesReplies(injection);
     if (succeeded && facts.passes > 0 && truthful && flash != facts.image) {
         return "success, and the chip does not hold the image";
@@ -119,7 +119,7 @@ std::string CheckFlash(const Injection& injection, const sim::ChipModel& chip,
         return "the flash was touched without a whole download";
     }
     for (std::size_t i = 0; i < flash.size() && i < facts.image.size(); ++i) {
-        if (flash[i] != facts.image[i] && flash[i] != kErased) {
+        if (flash[i] != facts.image[i] && flash[i] != ERASED) {
             return "the flash holds a byte that is not the image's, at " + std::to_string(i);
         }
     }
@@ -129,8 +129,8 @@ std::string CheckFlash(const Injection& injection, const sim::ChipModel& chip,
 // A chip that erases has got the whole file, byte for byte.
 std::string CheckBurns(const Scenario& scenario, const Injection& injection,
                        const sim::ChipModel& chip, const Facts& facts) {
-    const bool honest_file = !Falsifies(injection, virt::CallKind::kFtell) &&
-                             !Falsifies(injection, virt::CallKind::kFread);
+    const bool honest_file = !Falsifies(injection, virt::CallKind::Ftell) &&
+                             !Falsifies(injection, virt::CallKind::Fread);
     if (chip.Burns() == 0 || !honest_file || chip.Flash().empty()) {
         return "";
     }
@@ -143,12 +143,12 @@ std::string CheckBurns(const Scenario& scenario, const Injection& injection,
 
 std::string OutcomeOf(const virt::CallLog& log, const RunResult& result) {
     switch (result.outcome) {
-        case Outcome::kExit:
+        case Outcome::Exit:
             break;
-        case Outcome::kOtherException:
+        case Outcome::OtherException:
             return "";
-        case Outcome::kBadAlloc:
-            return AnyCall(log, virt::CallKind::kNewStorage, true) ? NameOf(result.outcome) : "";
+        case Outcome::BadAlloc:
+            return AnyCall(log, virt::CallKind::NewStorage, true) ? NameOf(result.outcome) : "";
         default:
             return NameOf(result.outcome);
     }

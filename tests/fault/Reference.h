@@ -84,7 +84,7 @@ class ReferenceUpdate {
 
   private:
     // The next thing to do, as the program counts it.
-    enum Step { kInit, kReset, kCheck, kProgram, kDone, kFailed };
+    enum class Step { Init, Reset, Check, Program, Done, Failed };
 
     void ReadOptions();
     void ShowOptions(const std::string& log_file, const std::string& trace_file);

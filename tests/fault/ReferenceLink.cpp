@@ -9,10 +9,10 @@ namespace fault {
 
 namespace {
 
-constexpr int kAddress = 0x17;
-constexpr const char* kMessages = "HcLogical";
-constexpr const char* kTransfers = "HcI2cBuffer";
-constexpr const char* kCommands = "HdChip";
+constexpr int ADDRESS = 0x17;
+constexpr const char* MESSAGES = "HcLogical";
+constexpr const char* TRANSFERS = "HcI2cBuffer";
+constexpr const char* COMMANDS = "HdChip";
 
 std::uint8_t At(std::string_view bytes, std::size_t at) {
     return static_cast<std::uint8_t>(bytes[at]);
@@ -37,7 +37,7 @@ std::string Dump(std::string_view bytes) {
     if (bytes.empty()) {
         return "";
     }
-    static const char kDigits[] = "0123456789ABCDEF";
+    static const char DIGITS[] = "0123456789ABCDEF";
     std::string text;
     text.reserve(bytes.size() * 4);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -45,8 +45,8 @@ std::string Dump(std::string_view bytes) {
             text += "\n\t\t";
         }
         text += ' ';
-        text += kDigits[At(bytes, i) >> 4];
-        text += kDigits[At(bytes, i) & 15];
+        text += DIGITS[At(bytes, i) >> 4];
+        text += DIGITS[At(bytes, i) & 15];
     }
     return text + "\n\n";
 }
@@ -86,12 +86,12 @@ bool ReferenceLink::Exchange(int wait, const char* refusal) {
     message_[static_cast<std::size_t>(size_)] = SumOf(whole);
     ++size_;
     if (!Send()) {
-        t_.Say(kError, kCommands, "sending");
+        t_.Say(Level::Error, COMMANDS, "sending");
         return false;
     }
-    t_.Next(CallKind::kUsleep, wait);
+    t_.Next(CallKind::Usleep, wait);
     if (!Receive()) {
-        t_.Say(kError, kCommands, refusal);
+        t_.Say(Level::Error, COMMANDS, refusal);
         return false;
     }
     return true;
@@ -101,7 +101,7 @@ bool ReferenceLink::Send() {
     const std::string_view bytes(reinterpret_cast<const char*>(message_.data()),
                                  static_cast<std::size_t>(size_));
     if (Lock()) {
-        const Call& call = t_.Next(CallKind::kSend, kAddress);
+        const Call& call = t_.Next(CallKind::Send, ADDRESS);
         if (t_.Data(call) != bytes || call.detail != 1) {
             throw Difference{"the message sent must be" + Dump(bytes) + "and is" +
                              Dump(t_.Data(call))};
@@ -114,7 +114,7 @@ bool ReferenceLink::Send() {
         ReportTransfer("DCMD_I2C_SEND", call.result);
         ShowChunk(true, bytes);
     }
-    t_.Say(kError, kMessages, "sending LM I2C buffers");
+    t_.Say(Level::Error, MESSAGES, "sending LM I2C buffers");
     ShowRequest();
     return false;
 }
@@ -122,15 +122,15 @@ bool ReferenceLink::Send() {
 bool ReferenceLink::Receive() {
     bool received = false;
     std::string_view read;
-    if (t_.Next(CallKind::kNewObject).result == 0) {
-        if (t_.Next(CallKind::kMemalign).result != 0) {
+    if (t_.Next(CallKind::NewObject).result == 0) {
+        if (t_.Next(CallKind::Memalign).result != 0) {
             const int error = t_.Errno();
-            t_.Say(kCritical, kTransfers,
+            t_.Say(Level::Critical, TRANSFERS,
                    "could not allocate memory for i2c tx buffer with result " + Quoted(error));
             Die();
         }
         if (Lock()) {
-            const Call& call = t_.Next(CallKind::kReceive, kAddress);
+            const Call& call = t_.Next(CallKind::Receive, ADDRESS);
             if (call.result == 0) {
                 read = t_.Data(call);
                 received = Unlock();
@@ -141,11 +141,11 @@ bool ReferenceLink::Receive() {
         }
     }
     if (!received) {
-        t_.Say(kError, kMessages, "getting LM response");
+        t_.Say(Level::Error, MESSAGES, "getting LM response");
         return false;
     }
     if (!Accepts(read)) {
-        t_.Say(kError, kMessages, "validating received buffer");
+        t_.Say(Level::Error, MESSAGES, "validating received buffer");
         return false;
     }
     reply_size_ = At(read, 0) - 13;
@@ -154,16 +154,16 @@ bool ReferenceLink::Receive() {
 }
 
 bool ReferenceLink::Lock() {
-    const std::int64_t error = t_.Next(CallKind::kLock).result;
+    const std::int64_t error = t_.Next(CallKind::Lock).result;
     if (error != 0) {
         ReportTransfer("DCMD_I2C_LOCK", error);
-        t_.Next(CallKind::kUnlock);
+        t_.Next(CallKind::Unlock);
     }
     return error == 0;
 }
 
 bool ReferenceLink::Unlock() {
-    const std::int64_t error = t_.Next(CallKind::kUnlock).result;
+    const std::int64_t error = t_.Next(CallKind::Unlock).result;
     if (error != 0) {
         ReportTransfer("DCMD_I2C_UNLOCK", error);
     }
@@ -171,7 +171,7 @@ bool ReferenceLink::Unlock() {
 }
 
 void ReferenceLink::ReportTransfer(const char* what, std::int64_t error) {
-    t_.Say(kError, kTransfers,
+    t_.Say(Level::Error, TRANSFERS,
            std::string(what) + " " + device_ + " for addr 0x2E with result " +
                Quoted(static_cast<int>(error)));
 }
@@ -204,17 +204,17 @@ bool ReferenceLink::Accepts(std::string_view read) {
     const unsigned count = At(read, 0);
     const std::string_view reply = read.substr(1);
     if (count <= 12) {
-        t_.Say(kError, kMessages, "receiving data");
+        t_.Say(Level::Error, MESSAGES, "receiving data");
         return false;
     }
     if (count > 64 || At(reply, count - 1) != SumOf(reply)) {
-        t_.Say(kError, kMessages, "retrieved message checksum error");
+        t_.Say(Level::Error, MESSAGES, "retrieved message checksum error");
         return false;
     }
     bool accepted = true;
     const auto must = [&](bool holds, const char* text) {
         if (!holds) {
-            t_.Say(kError, kMessages, text);
+            t_.Say(Level::Error, MESSAGES, text);
             accepted = false;
         }
     };
@@ -228,9 +228,9 @@ bool ReferenceLink::Accepts(std::string_view read) {
          "Write header data segment error (number)");
     accepted = AcceptsStatus(At(reply, 7)) && accepted;
     if (!accepted) {
-        t_.Say(kInfo, kMessages, "Transmit LM buffers");
+        t_.Say(Level::Info, MESSAGES, "Transmit LM buffers");
         ShowRequest();
-        t_.Say(kInfo, kMessages, "Receive LM buffers");
+        t_.Say(Level::Info, MESSAGES, "Receive LM buffers");
     }
     return accepted;
 }
@@ -238,19 +238,19 @@ bool ReferenceLink::Accepts(std::string_view read) {
 bool ReferenceLink::AcceptsStatus(std::uint8_t status) {
     const bool received = (status & 0x01) != 0;
     if (!received) {
-        t_.Say(kError, kMessages, "Read header reception status error");
+        t_.Say(Level::Error, MESSAGES, "Read header reception status error");
         const std::pair<int, const char*> troubles[] = {{0x04, "LM header missing"},
                                                         {0x08, "LM checksum does not match"},
                                                         {0x10, "LM overflow"},
                                                         {0xE0, "LM unknown opcode"}};
         for (const auto& [bits, text] : troubles) {
             if ((status & bits) != 0) {
-                t_.Say(kError, kMessages, text);
+                t_.Say(Level::Error, MESSAGES, text);
             }
         }
     }
     if ((status & 0x02) != 0) {
-        t_.Say(kWarning, kMessages, "LM count mismatch (NOT FATAL)");
+        t_.Say(Level::Warning, MESSAGES, "LM count mismatch (NOT FATAL)");
     }
     return received;
 }

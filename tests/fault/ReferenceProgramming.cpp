@@ -10,39 +10,39 @@ namespace fault {
 
 namespace {
 
-constexpr const char* kDriver = "bbpflash";
-constexpr const char* kChip = "HdChip";
-constexpr std::int64_t kTooLong = 133363724;
+constexpr const char* DRIVER = "bbpflash";
+constexpr const char* CHIP = "HdChip";
+constexpr std::int64_t TOO_LONG = 133363724;
 
 }  // namespace
 
 ReferenceUpdate::Step ReferenceUpdate::Program() {
     if (!ProgramImage()) {
-        t_.Say(kError, kDriver, "Unable to program file");
-        return kFailed;
+        t_.Say(Level::Error, DRIVER, "Unable to program file");
+        return Step::Failed;
     }
     ++facts_.passes;
-    return kReset;
+    return Step::Reset;
 }
 
 bool ReferenceUpdate::OpenImage() {
-    if (t_.Next(CallKind::kFopen).result != 0) {
-        t_.Say(kError, kChip, "opening binary file " + file_);
+    if (t_.Next(CallKind::Fopen).result != 0) {
+        t_.Say(Level::Error, CHIP, "opening binary file " + file_);
         return false;
     }
-    if (t_.Next(CallKind::kFseek, 0).result != 0) {
-        t_.Say(kError, kChip, FileError("seeking end of file"));
+    if (t_.Next(CallKind::Fseek, 0).result != 0) {
+        t_.Say(Level::Error, CHIP, FileError("seeking end of file"));
         return false;
     }
-    file_size_ = t_.Next(CallKind::kFtell).result;
+    file_size_ = t_.Next(CallKind::Ftell).result;
     if (file_size_ == -1) {
-        t_.Say(kError, kChip, FileError("getting file size"));
+        t_.Say(Level::Error, CHIP, FileError("getting file size"));
         return false;
     }
     file_size_ = std::min<std::int64_t>(file_size_, std::numeric_limits<int>::max());
-    t_.Say(kInfo, kChip, "filesize: " + std::to_string(file_size_));
-    if (t_.Next(CallKind::kFseek, 0).result != 0) {
-        t_.Say(kError, kChip, FileError("seeking beginning of file"));
+    t_.Say(Level::Info, CHIP, "filesize: " + std::to_string(file_size_));
+    if (t_.Next(CallKind::Fseek, 0).result != 0) {
+        t_.Say(Level::Error, CHIP, FileError("seeking beginning of file"));
         return false;
     }
     return true;
@@ -53,26 +53,26 @@ bool ReferenceUpdate::ProgramImage() {
         return false;
     }
     if (!link_.Ask(0x84, 0x0B, 5000, "confirming")) {
-        t_.Say(kError, kChip, "unprotecting NVM (flash)");
+        t_.Say(Level::Error, CHIP, "unprotecting NVM (flash)");
         return false;
     }
-    t_.Say(kInfo, kChip, "burning \"" + file_ + "\"");
+    t_.Say(Level::Info, CHIP, "burning \"" + file_ + "\"");
     if (!facts_.status_mode) {
-        t_.Say(kPlain, kChip, "Sending \"" + file_ + "\" to BBP");
+        t_.Say(Level::Plain, CHIP, "Sending \"" + file_ + "\" to BBP");
     }
     if (!Download()) {
         return false;
     }
-    t_.Say(kInfo, kChip, "Completed file transmission, waiting for chip to program itself");
+    t_.Say(Level::Info, CHIP, "Completed file transmission, waiting for chip to program itself");
     WaitForChip();
     return true;
 }
 
 bool ReferenceUpdate::Download() {
-    if (file_size_ >= kTooLong) {
-        t_.Say(kError, "HcLogical",
+    if (file_size_ >= TOO_LONG) {
+        t_.Say(Level::Error, "HcLogical",
                std::to_string(file_size_) + " would exceed maximum of 2^16 LM transfer capacity");
-        t_.Say(kError, kChip, "setting total number of segments");
+        t_.Say(Level::Error, CHIP, "setting total number of segments");
         return false;
     }
     facts_.image.clear();
@@ -95,11 +95,11 @@ bool ReferenceUpdate::SendSegment(bool* at_end) {
     if (segment_ == 0) {
         link_.Add("\x04");
     }
-    const Call& read = t_.Next(CallKind::kFread, link_.Room());
+    const Call& read = t_.Next(CallKind::Fread, link_.Room());
     const std::string_view bytes = t_.Data(read);
     *at_end = read.detail != 0;
     if (bytes.empty()) {
-        t_.Say(kError, kChip, "filling");
+        t_.Say(Level::Error, CHIP, "filling");
         return false;
     }
     facts_.image.insert(facts_.image.end(), bytes.begin(), bytes.end());
@@ -130,7 +130,7 @@ void ReferenceUpdate::WaitForChip() {
     t_.polling = true;
     int last = 0;
     for (int status = 0; status != 1;) {
-        t_.Next(CallKind::kDelay, 350);
+        t_.Next(CallKind::Delay, 350);
         status = Poll();
         if (status != last) {
             TellStatus(status);
@@ -146,36 +146,36 @@ int ReferenceUpdate::Poll() {
     }
     const int status = link_.Reply()[1];
     const auto say = [&](Level level, const char* text) {
-        t_.Say(level, kChip, text);
-        return level == kInfo ? status : -1;
+        t_.Say(level, CHIP, text);
+        return level == Level::Info ? status : -1;
     };
     switch (status) {
         case 1:
             return 1;
         case 2:
-            return say(kError, "image verification failed, CRC error");
+            return say(Level::Error, "image verification failed, CRC error");
         case 3:
-            return say(kInfo, "idle, not in programming mode");
+            return say(Level::Info, "idle, not in programming mode");
         case 4:
-            return say(kInfo, "erasing old flash contents");
+            return say(Level::Info, "erasing old flash contents");
         case 5:
-            return say(kInfo, "programming new flash contents");
+            return say(Level::Info, "programming new flash contents");
         case 6:
-            return say(kInfo, "verifying new flash contents");
+            return say(Level::Info, "verifying new flash contents");
         case 7:
-            return say(kError, "flash image and NVM security status mismatch");
+            return say(Level::Error, "flash image and NVM security status mismatch");
         case 8:
-            return say(kError, "using single tuner image on dual tuner flash");
+            return say(Level::Error, "using single tuner image on dual tuner flash");
         case 9:
-            return say(kError, "using dual tuner image on single tuner flash");
+            return say(Level::Error, "using dual tuner image on single tuner flash");
         default:
-            return say(kError, "unknown or reserved Pgm_Write_Status");
+            return say(Level::Error, "unknown or reserved Pgm_Write_Status");
     }
 }
 
 void ReferenceUpdate::TellStatus(int status) {
-    static const char* const kPercentages[] = {"", "99\n", "", "", "85\n", "90\n", "95\n"};
-    static const char* const kWords[] = {
+    static const char* const PERCENTAGES[] = {"", "99\n", "", "", "85\n", "90\n", "95\n"};
+    static const char* const WORDS[] = {
         "",
         "BBP programming completed, resetting for version verification",
         "",
@@ -185,10 +185,10 @@ void ReferenceUpdate::TellStatus(int status) {
         "BBP is verifying new flash contents (do not interrupt!)"};
     const int known = status > 0 && status < 7 ? status : 0;
     if (facts_.status_mode) {
-        t_.Print(kPercentages[known]);
+        t_.Print(PERCENTAGES[known]);
         t_.Flush();
-    } else if (*kWords[known] != '\0') {
-        t_.Say(kPlain, kChip, kWords[known]);
+    } else if (*WORDS[known] != '\0') {
+        t_.Say(Level::Plain, CHIP, WORDS[known]);
     }
 }
 

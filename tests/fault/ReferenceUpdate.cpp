@@ -8,15 +8,15 @@ namespace fault {
 
 namespace {
 
-constexpr const char* kDriver = "bbpflash";
-constexpr const char* kChip = "HdChip";
-constexpr const char* kBus = "I2cBus";
-constexpr const char* kBusDevice = "/dev/i2c1";
-constexpr const char* kLine = "/dev/gpio/HD_DAB2Reset";
+constexpr const char* DRIVER = "bbpflash";
+constexpr const char* CHIP = "HdChip";
+constexpr const char* BUS = "I2cBus";
+constexpr const char* BUS_DEVICE = "/dev/i2c1";
+constexpr const char* LINE = "/dev/gpio/HD_DAB2Reset";
 
-constexpr std::int64_t kLabelOffset = 925630;
-constexpr std::size_t kLabelSize = 37;
-constexpr int kMostPasses = 3;
+constexpr std::int64_t LABEL_OFFSET = 925630;
+constexpr std::size_t LABEL_SIZE = 37;
+constexpr int MOST_PASSES = 3;
 
 // One scan of the arguments: letters, a colon behind those that take an argument. Calls
 // `take(letter, argument)`.
@@ -50,7 +50,7 @@ void Scan(const std::vector<std::string>& arguments, const std::string& letters,
 std::string Trimmed(const std::string& text) {
     const std::size_t first = text.find_first_not_of(' ');
     if (first == std::string::npos) {
-        throw RunEnds{Outcome::kOutOfRange};
+        throw RunEnds{Outcome::OutOfRange};
     }
     const std::size_t last = text.find_last_not_of(' ');
     // One character alone has none to lose: the length wraps, and everything remains.
@@ -77,34 +77,34 @@ void ReferenceUpdate::Run() {
     OpenMessages();
     ReadOptions();
     if (arguments_.size() < 2) {
-        t_.Say(kError, kDriver, "Please try \"use bbpflash\" to get usage details\n");
+        t_.Say(Level::Error, DRIVER, "Please try \"use bbpflash\" to get usage details\n");
         t_.Exit(1);
     }
     file_ = arguments_.back();
     if (!facts_.status_mode) {
-        t_.Say(kPlain, kDriver, "HD tuner firmware updater");
+        t_.Say(Level::Plain, DRIVER, "HD tuner firmware updater");
     }
     int passes = 0;
-    for (Step step = kInit; step != kDone;) {
-        if (step == kFailed) {
-            t_.Say(kCritical, kDriver, "Programming terminated");
+    for (Step step = Step::Init; step != Step::Done;) {
+        if (step == Step::Failed) {
+            t_.Say(Level::Critical, DRIVER, "Programming terminated");
             link_.Die();
         }
-        if (step == kProgram && ++passes > kMostPasses) {
-            t_.Say(kCritical, kDriver, "maximum number of programming tries exceeded");
+        if (step == Step::Program && ++passes > MOST_PASSES) {
+            t_.Say(Level::Critical, DRIVER, "maximum number of programming tries exceeded");
             link_.Die();
         }
-        step = step == kInit    ? Init()
-               : step == kReset ? Reset()
-               : step == kCheck ? Check()
-                                : Program();
+        step = step == Step::Init    ? Init()
+               : step == Step::Reset ? Reset()
+               : step == Step::Check ? Check()
+                                     : Program();
     }
     t_.Print(facts_.status_mode ? "100\nDONE\n" : "");
     t_.Exit(0);
 }
 
 void ReferenceUpdate::OpenMessages() {
-    if (t_.Next(CallKind::kNewObject).result != 0) {
+    if (t_.Next(CallKind::NewObject).result != 0) {
         t_.Exit(255);
     }
     std::string log_file;
@@ -119,7 +119,7 @@ void ReferenceUpdate::OpenMessages() {
     if (t_.verbosity > 5) {
         ShowOptions(log_file, trace_file);
     }
-    if (t_.Next(CallKind::kNewObject).result != 0) {
+    if (t_.Next(CallKind::NewObject).result != 0) {
         t_.Exit(255);
     }
 }
@@ -136,43 +136,44 @@ void ReferenceUpdate::ReadOptions() {
         facts_.info_only = facts_.info_only || letter == 'i';
         facts_.status_mode = facts_.status_mode || letter == 's';
     });
-    t_.Say(kInfo, kDriver, Format("additional option (i = %s)", YesNo(facts_.info_only)));
-    t_.Say(kInfo, kDriver, Format("additional option (f = %s)", YesNo(force_)));
+    t_.Say(Level::Info, DRIVER, Format("additional option (i = %s)", YesNo(facts_.info_only)));
+    t_.Say(Level::Info, DRIVER, Format("additional option (f = %s)", YesNo(force_)));
 }
 
 ReferenceUpdate::Step ReferenceUpdate::Init() {
-    t_.Say(kInfo, kDriver, "Initializing update system and i2c bus");
+    t_.Say(Level::Info, DRIVER, "Initializing update system and i2c bus");
     if (!MakeChip()) {
-        t_.Say(kError, kDriver, "Instantiating bus and chip");
-        return kFailed;
+        t_.Say(Level::Error, DRIVER, "Instantiating bus and chip");
+        return Step::Failed;
     }
     if (!OpenBus()) {
-        t_.Say(kError, kChip, Format("opening connection to chip on %s at 400000", kBusDevice));
-        t_.Say(kError, kDriver, Format("Opening special device %s", kBusDevice));
-        return kFailed;
+        t_.Say(Level::Error, CHIP,
+               Format("opening connection to chip on %s at 400000", BUS_DEVICE));
+        t_.Say(Level::Error, DRIVER, Format("Opening special device %s", BUS_DEVICE));
+        return Step::Failed;
     }
-    t_.Say(kInfo, kChip, "Cayman chip ready");
-    t_.Say(kInfo, kDriver, "Update system initialization complete");
-    return kReset;
+    t_.Say(Level::Info, CHIP, "Cayman chip ready");
+    t_.Say(Level::Info, DRIVER, "Update system initialization complete");
+    return Step::Reset;
 }
 
 bool ReferenceUpdate::MakeChip() {
-    if (t_.Next(CallKind::kNewObject).result != 0) {
+    if (t_.Next(CallKind::NewObject).result != 0) {
         return false;
     }
     const std::pair<const char*, const char*> parts[] = {
-        {kChip, "instantiating an I2C bus object"},
-        {kChip, "instantiating an LM"},
+        {CHIP, "instantiating an I2C bus object"},
+        {CHIP, "instantiating an LM"},
         {"HcLogical", "creating new LM tx buffer"}};
     for (const auto& [file, text] : parts) {
-        if (t_.Next(CallKind::kNewObject).result != 0) {
-            t_.Say(kCritical, file, text);
+        if (t_.Next(CallKind::NewObject).result != 0) {
+            t_.Say(Level::Critical, file, text);
             link_.Die();
         }
     }
-    if (t_.Next(CallKind::kMemalign).result != 0) {
+    if (t_.Next(CallKind::Memalign).result != 0) {
         const int error = t_.Errno();
-        t_.Say(kCritical, "HcI2cBuffer",
+        t_.Say(Level::Critical, "HcI2cBuffer",
                "could not allocate memory for i2c tx buffer with result " + Quoted(error));
         link_.Die();
     }
@@ -180,97 +181,97 @@ bool ReferenceUpdate::MakeChip() {
 }
 
 bool ReferenceUpdate::OpenBus() {
-    const Call& opened = t_.Next(CallKind::kOpen);
+    const Call& opened = t_.Next(CallKind::Open);
     const int descriptor = static_cast<int>(opened.result);
-    if (t_.Data(opened) != kBusDevice) {
+    if (t_.Data(opened) != BUS_DEVICE) {
         throw Difference{"the first device opened must be the bus"};
     }
     if (descriptor <= 0) {
-        t_.Say(kCritical, kBus,
-               Format("opening %s with result %s", kBusDevice, Quoted(descriptor).c_str()));
+        t_.Say(Level::Critical, BUS,
+               Format("opening %s with result %s", BUS_DEVICE, Quoted(descriptor).c_str()));
         // Descriptor 0 is said to be a failure, and used all the same.
         return descriptor == 0;
     }
-    link_.SetDevice(kBusDevice);
-    t_.Say(kInfo, kBus, Format("Opened %s (%d)", kBusDevice, descriptor));
-    const auto error = static_cast<int>(t_.Next(CallKind::kSetSpeed, 400000).result);
+    link_.SetDevice(BUS_DEVICE);
+    t_.Say(Level::Info, BUS, Format("Opened %s (%d)", BUS_DEVICE, descriptor));
+    const auto error = static_cast<int>(t_.Next(CallKind::SetSpeed, 400000).result);
     if (error != 0) {
-        t_.Say(kError, kBus,
-               Format("Setting speed to 400000 on %s with result %s", kBusDevice,
+        t_.Say(Level::Error, BUS,
+               Format("Setting speed to 400000 on %s with result %s", BUS_DEVICE,
                       Quoted(error).c_str()));
         return false;
     }
-    t_.Say(kInfo, kBus, Format("Set speed on %s (%d) to 400000", kBusDevice, descriptor));
+    t_.Say(Level::Info, BUS, Format("Set speed on %s (%d) to 400000", BUS_DEVICE, descriptor));
     return true;
 }
 
 ReferenceUpdate::Step ReferenceUpdate::Reset() {
-    t_.Say(kInfo, kDriver, "Doing hardware reset of HD module");
-    const Call& opened = t_.Next(CallKind::kOpen);
+    t_.Say(Level::Info, DRIVER, "Doing hardware reset of HD module");
+    const Call& opened = t_.Next(CallKind::Open);
     const std::int64_t line = opened.result;
-    if (t_.Data(opened) != kLine) {
+    if (t_.Data(opened) != LINE) {
         throw Difference{"the device opened must be the reset line"};
     }
     if (line == -1) {
-        t_.Say(kError, kDriver, Format("Opening %s", kLine));
-        return kFailed;
+        t_.Say(Level::Error, DRIVER, Format("Opening %s", LINE));
+        return Step::Failed;
     }
     for (const bool high : {false, true}) {
-        const Call& written = t_.Next(CallKind::kWriteReset, line);
+        const Call& written = t_.Next(CallKind::WriteReset, line);
         if (t_.Data(written) != (high ? "1" : "0")) {
             throw Difference{"the reset line must get the other level"};
         }
         if (written.result != 1) {
-            t_.Say(kError, kDriver,
-                   Format("%s reset line, %s", high ? "Raising" : "Lowering", kLine));
-            return kFailed;
+            t_.Say(Level::Error, DRIVER,
+                   Format("%s reset line, %s", high ? "Raising" : "Lowering", LINE));
+            return Step::Failed;
         }
         if (high) {
-            t_.Say(kInfo, kDriver, "Waiting for firmware reset to complete");
+            t_.Say(Level::Info, DRIVER, "Waiting for firmware reset to complete");
         }
-        if (t_.Next(CallKind::kDelay, high ? 3000 : 200).result != 0) {
-            t_.Say(kError, kDriver, "Delaying");
-            return kFailed;
+        if (t_.Next(CallKind::Delay, high ? 3000 : 200).result != 0) {
+            t_.Say(Level::Error, DRIVER, "Delaying");
+            return Step::Failed;
         }
     }
     link_.ChipRestarted();
-    t_.Say(kInfo, kDriver, "Hardware reset of HD module complete");
-    return kCheck;
+    t_.Say(Level::Info, DRIVER, "Hardware reset of HD module complete");
+    return Step::Check;
 }
 
 ReferenceUpdate::Step ReferenceUpdate::Check() {
     facts_.version_known = ReadVersion();
     facts_.label_known = false;
-    Step next = kFailed;
+    Step next = Step::Failed;
     if (!facts_.version_known) {
-        t_.Say(kError, kDriver, "Unable to get installed version");
+        t_.Say(Level::Error, DRIVER, "Unable to get installed version");
     } else {
         const std::string shown = "Installed firmware version is \"" + Shown(facts_.version) + "\"";
-        t_.Say(kInfo, kDriver, shown + Format(" [%zu]", facts_.version.size()));
+        t_.Say(Level::Info, DRIVER, shown + Format(" [%zu]", facts_.version.size()));
         if (facts_.info_only) {
-            t_.Say(kPlain, kDriver, shown + "\n");
-            next = kDone;
+            t_.Say(Level::Plain, DRIVER, shown + "\n");
+            next = Step::Done;
         } else {
-            t_.Say(kInfo, kDriver, "Checking HD update versions");
+            t_.Say(Level::Info, DRIVER, "Checking HD update versions");
             facts_.label_known = ReadLabel();
             if (!facts_.label_known) {
-                t_.Say(kError, kDriver, "Unable to get bin file version");
+                t_.Say(Level::Error, DRIVER, "Unable to get bin file version");
             } else {
-                t_.Say(kInfo, kDriver,
+                t_.Say(Level::Info, DRIVER,
                        "BIN file firmware version is \"" + Shown(facts_.label) +
                            Format("\" [%zu]", facts_.label.size()));
                 const bool equal = facts_.label == facts_.version;
                 if (equal && !facts_.status_mode) {
-                    t_.Say(kPlain, kDriver, "Installed version matches BIN file label");
+                    t_.Say(Level::Plain, DRIVER, "Installed version matches BIN file label");
                 }
-                next = equal ? kDone : kProgram;
+                next = equal ? Step::Done : Step::Program;
             }
         }
     }
     // Force is good for one pass, whatever was found.
     if (force_) {
         force_ = false;
-        next = kProgram;
+        next = Step::Program;
     }
     return next;
 }
@@ -290,21 +291,21 @@ std::string ReferenceUpdate::FileError(const char* what) const {
 }
 
 bool ReferenceUpdate::ReadLabel() {
-    if (t_.Next(CallKind::kFopen).result != 0) {
-        t_.Say(kError, kDriver, "opening bin file " + file_);
+    if (t_.Next(CallKind::Fopen).result != 0) {
+        t_.Say(Level::Error, DRIVER, "opening bin file " + file_);
         return false;
     }
-    if (t_.Next(CallKind::kFseek, kLabelOffset).result != 0) {
-        t_.Say(kError, kDriver, FileError("seeking bin file label"));
+    if (t_.Next(CallKind::Fseek, LABEL_OFFSET).result != 0) {
+        t_.Say(Level::Error, DRIVER, FileError("seeking bin file label"));
         return false;
     }
-    const Call& read = t_.Next(CallKind::kFread, kLabelSize);
+    const Call& read = t_.Next(CallKind::Fread, LABEL_SIZE);
     if (read.result == 0) {
-        t_.Say(kError, kDriver, FileError("reading bin file label"));
+        t_.Say(Level::Error, DRIVER, FileError("reading bin file label"));
         return false;
     }
     std::string field(t_.Data(read));
-    field.resize(kLabelSize, '\0');
+    field.resize(LABEL_SIZE, '\0');
     facts_.label = Trimmed(field);
     return true;
 }

@@ -12,8 +12,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr const char* kPath = "image.bin";
-constexpr const char* kVersion = "2.0.0";
+constexpr const char* PATH = "image.bin";
+constexpr const char* VERSION = "2.0.0";
 
 virt::FileContent Content(std::size_t size) {
     static std::map<std::size_t, virt::FileContent> contents;
@@ -22,7 +22,7 @@ virt::FileContent Content(std::size_t size) {
         return found->second;
     }
     const std::size_t bytes = size == 0 ? sim::SAMPLE_IMAGE_SIZE : size;
-    return contents.emplace(size, virt::FileContent::Of(sim::MakeSampleImage(kVersion, bytes)))
+    return contents.emplace(size, virt::FileContent::Of(sim::MakeSampleImage(VERSION, bytes)))
         .first->second;
 }
 
@@ -47,14 +47,14 @@ std::vector<std::string> Scenario::Arguments() const {
     if (options == "alone") {
         return {"bbpflash"};
     }
-    return options == "none" ? std::vector<std::string>{"bbpflash", kPath}
-                             : std::vector<std::string>{"bbpflash", options, kPath};
+    return options == "none" ? std::vector<std::string>{"bbpflash", PATH}
+                             : std::vector<std::string>{"bbpflash", options, PATH};
 }
 
 sim::ChipConfig Scenario::Chip() const {
     sim::ChipConfig config;
-    config.installed = chip == "equal" ? kVersion : "1.0.0";
-    config.reports = chip == "never" ? "3.0.0" : kVersion;
+    config.installed = chip == "equal" ? VERSION : "1.0.0";
+    config.reports = chip == "never" ? "3.0.0" : VERSION;
     // Each phase is met by one poll or two.
     config.burn = {milliseconds(500), milliseconds(500), milliseconds(500)};
     return config;
@@ -62,11 +62,11 @@ sim::ChipConfig Scenario::Chip() const {
 
 void Scenario::PutFiles(virt::VirtualFiles& files) const {
     if (IsWhole()) {
-        files.Put(kPath, {Content(size)});
+        files.Put(PATH, {Content(size)});
         return;
     }
-    const std::string label = chip == "blank" ? "" : sim::MakeLabel(kVersion);
-    files.Put(kPath, {Content(size).WithLabelBehindEnd(label)});
+    const std::string label = chip == "blank" ? "" : sim::MakeLabel(VERSION);
+    files.Put(PATH, {Content(size).WithLabelBehindEnd(label)});
 }
 
 const virt::Bytes& Scenario::Image() const {

@@ -8,14 +8,14 @@ namespace fault {
 namespace {
 
 // The system logger's code of a message is its line plus this.
-constexpr std::int64_t kLogCode = 11000;
+constexpr std::int64_t LOG_CODE = 11000;
 
-constexpr std::string_view kPrefixes[] = {
+constexpr std::string_view PREFIXES[] = {
     " MSG: ", " CRITICAL: ", " ERROR: ", " WRN: ", "", " INF: "};
 
 // Above this verbosity, information and every message's place are shown.
-constexpr int kInfoVerbosity = 5;
-constexpr int kErrorVerbosity = 10;
+constexpr int INFO_VERBOSITY = 5;
+constexpr int ERROR_VERBOSITY = 10;
 
 bool IsDigit(char c) {
     return std::isdigit(static_cast<unsigned char>(c)) != 0;
@@ -36,7 +36,7 @@ void Transcript::Fail(const std::string& what) const {
 
 // Whether the call read last is the one at which the surroundings ended the run.
 bool Transcript::AtCut() const {
-    return next_ == log_.Calls().size() && result_.outcome != Outcome::kExit;
+    return next_ == log_.Calls().size() && result_.outcome != Outcome::Exit;
 }
 
 const Call& Transcript::Next(CallKind kind) {
@@ -45,7 +45,7 @@ const Call& Transcript::Next(CallKind kind) {
         if (next_ == log_.Calls().size()) {
             Fail("no further call, though there must be: " + std::string(NameOf(kind)));
         }
-        if (log_.Calls()[next_].kind != CallKind::kOutput) {
+        if (log_.Calls()[next_].kind != CallKind::Output) {
             break;
         }
         TakeOutput();
@@ -56,12 +56,12 @@ const Call& Transcript::Next(CallKind kind) {
     }
     ++next_;
     if (AtCut()) {
-        const bool sleeps = kind == CallKind::kDelay || kind == CallKind::kUsleep;
-        if (result_.outcome == Outcome::kEndless && sleeps && polling) {
-            throw RunEnds{Outcome::kEndless};
+        const bool sleeps = kind == CallKind::Delay || kind == CallKind::Usleep;
+        if (result_.outcome == Outcome::Endless && sleeps && polling) {
+            throw RunEnds{Outcome::Endless};
         }
-        if (result_.outcome == Outcome::kBlocked && kind == CallKind::kLock) {
-            throw RunEnds{Outcome::kBlocked};
+        if (result_.outcome == Outcome::Blocked && kind == CallKind::Lock) {
+            throw RunEnds{Outcome::Blocked};
         }
     }
     return call;
@@ -82,9 +82,9 @@ int Transcript::Errno() const {
 
 // Memory for texts and lists is taken where the library likes; when there is none, the run ends.
 void Transcript::SkipMemory() {
-    while (next_ < log_.Calls().size() && log_.Calls()[next_].kind == CallKind::kNewStorage) {
+    while (next_ < log_.Calls().size() && log_.Calls()[next_].kind == CallKind::NewStorage) {
         if (log_.Calls()[next_++].result != 0) {
-            throw RunEnds{Outcome::kBadAlloc};
+            throw RunEnds{Outcome::BadAlloc};
         }
     }
 }
@@ -93,8 +93,8 @@ void Transcript::TakeOutput() {
     const Call& call = log_.Calls()[next_];
     Match(log_.Data(call));
     ++next_;
-    if (AtCut() && result_.outcome == Outcome::kSigPipe) {
-        throw RunEnds{Outcome::kSigPipe};
+    if (AtCut() && result_.outcome == Outcome::SigPipe) {
+        throw RunEnds{Outcome::SigPipe};
     }
     const bool failed = call.result < static_cast<std::int64_t>(call.size);
     lossy_ = lossy_ || (failed && matched_ < pending_.size());
@@ -138,7 +138,7 @@ void Transcript::Print(std::string_view text) {
 void Transcript::Flush() {
     while (!pending_.empty() && !lossy_) {
         SkipMemory();
-        if (next_ == log_.Calls().size() || log_.Calls()[next_].kind != CallKind::kOutput) {
+        if (next_ == log_.Calls().size() || log_.Calls()[next_].kind != CallKind::Output) {
             Fail("must be flushed to standard output: \"" + pending_.substr(matched_, 200) + "\"");
         }
         TakeOutput();
@@ -146,13 +146,13 @@ void Transcript::Flush() {
 }
 
 void Transcript::Say(Level level, std::string_view file, std::string_view text) {
-    if (level == kInfo && verbosity <= kInfoVerbosity) {
+    if (level == Level::Info && verbosity <= INFO_VERBOSITY) {
         return;
     }
-    const bool is_failure = level == kCritical || level == kError;
-    const bool has_number = is_failure || verbosity > kInfoVerbosity;
+    const bool is_failure = level == Level::Critical || level == Level::Error;
+    const bool has_number = is_failure || verbosity > INFO_VERBOSITY;
     std::string line = program;
-    line.append(kPrefixes[level]).append(text);
+    line.append(PREFIXES[static_cast<std::size_t>(level)]).append(text);
     if (has_number) {
         line.append(" @").append(file).append(".cpp:");
         numbers_.push_back(pending_base_ + pending_.size() + line.size());
@@ -162,23 +162,24 @@ void Transcript::Say(Level level, std::string_view file, std::string_view text) 
     }
     TakeLog(level, line, has_number);
     if (is_failure) {
-        verbosity = kErrorVerbosity;
+        verbosity = ERROR_VERBOSITY;
     }
 }
 
 void Transcript::TakeLog(Level level, const std::string& text, bool has_number) {
-    const Call& call = Next(CallKind::kLog);
-    const std::string line = std::to_string(call.argument - kLogCode);
-    if (Data(call) != (has_number ? text + line : text) || call.detail != level ||
-        call.argument <= kLogCode) {
+    const Call& call = Next(CallKind::Log);
+    const std::string line = std::to_string(call.argument - LOG_CODE);
+    if (Data(call) != (has_number ? text + line : text) || call.detail != static_cast<int>(level) ||
+        call.argument <= LOG_CODE) {
         --next_;
-        Fail("the log must have, at level " + std::to_string(level) + ": \"" + text + "\"");
+        Fail("the log must have, at level " + std::to_string(static_cast<int>(level)) + ": \"" +
+             text + "\"");
     }
 }
 
 void Transcript::Exit(int status) {
     Flush();
-    throw RunEnds{Outcome::kExit, status};
+    throw RunEnds{Outcome::Exit, status};
 }
 
 void Transcript::CheckEnd(RunEnds end) {

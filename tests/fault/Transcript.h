@@ -28,7 +28,7 @@ struct RunEnds {
     int status = 0;
 };
 
-enum Level { kPlain = 0, kCritical = 1, kError = 2, kWarning = 3, kInfo = 5 };
+enum class Level { Plain = 0, Critical = 1, Error = 2, Warning = 3, Info = 5 };
 
 // What a run has done, read from its beginning by a reference that says what must come next. Each
 // expectation that is not met throws a Difference; where the surroundings end the run, RunEnds is

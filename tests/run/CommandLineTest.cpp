@@ -36,7 +36,7 @@ TEST_F(CommandLineTest, InfoOnlyNeedsNoFile) {
     EXPECT_EQ(Strings({"bbpflash MSG: HD tuner firmware updater",
                        "bbpflash MSG: Installed firmware version is \"1.0.0\"", ""}),
               Output());
-    EXPECT_EQ(0, Count(CallKind::kFopen));
+    EXPECT_EQ(0, Count(CallKind::Fopen));
 }
 
 TEST_F(CommandLineTest, InfoOnlyInStatusModeShowsTheVersionAndTheProtocol) {
@@ -53,7 +53,7 @@ TEST_F(CommandLineTest, ForceWithInfoOnlyProgramsOnceAndThenShowsTheVersion) {
     EXPECT_TRUE(HoldsImage());
     EXPECT_EQ("bbpflash MSG: Installed firmware version is \"2.0.0\"", Output().end()[-2]);
     // The label is never read: the one opening is the download's.
-    EXPECT_EQ(1, Count(CallKind::kFopen));
+    EXPECT_EQ(1, Count(CallKind::Fopen));
 }
 
 TEST_F(UpToDateTest, NothingIsProgrammedWithoutForce) {
@@ -200,7 +200,7 @@ TEST_F(CommandLineTest, EveryLineGoesToTheSystemLogWithItsLevel) {
     Run("image.bin -s");
     std::vector<long> severities;
     for (const virt::Call& call : Unit().Log().Calls()) {
-        if (call.kind == CallKind::kLog) {
+        if (call.kind == CallKind::Log) {
             severities.push_back(static_cast<long>(call.detail));
             EXPECT_GT(call.argument, 11000);
         }

@@ -11,23 +11,23 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-const Strings kReset = {"open /dev/gpio/HD_DAB2Reset", "line 0", "delay 200", "line 1",
-                        "delay 3000"};
+const Strings RESET = {"open /dev/gpio/HD_DAB2Reset", "line 0", "delay 200", "line 1",
+                       "delay 3000"};
 
 Strings Exchange(const std::string& request, const std::string& wait) {
     return {"lock", request, "unlock", wait, "lock", "read", "unlock"};
 }
 
-const Strings kVersion = Exchange("write 80 01", "usleep 5000");
-const Strings kUnprotect = Exchange("write 84 0B", "usleep 5000");
-const Strings kPoll = Strings{"delay 350"} + Exchange("write 84 05", "usleep 1000");
+const Strings VERSION = Exchange("write 80 01", "usleep 5000");
+const Strings UNPROTECT = Exchange("write 84 0B", "usleep 5000");
+const Strings POLL = Strings{"delay 350"} + Exchange("write 84 05", "usleep 1000");
 
 class OrderTest : public RunTest {
   protected:
     // The trace's part that is the download: what stands between the unprotect and the first poll.
     Strings Download() const {
         const Strings trace = Trace();
-        const auto start = 2 + kReset.size() + kVersion.size() + kUnprotect.size();
+        const auto start = 2 + RESET.size() + VERSION.size() + UNPROTECT.size();
         Strings part;
         for (std::size_t i = start; i < trace.size() && trace[i] != "delay 350"; ++i) {
             part.push_back(trace[i]);
@@ -40,7 +40,7 @@ class OrderTest : public RunTest {
 
 TEST_F(OrderTest, InfoOnlyOpensPulsesAndAsksOnce) {
     Run("-i");
-    EXPECT_EQ(Strings({"open /dev/i2c1", "speed 400000"}) + kReset + kVersion, Trace());
+    EXPECT_EQ(Strings({"open /dev/i2c1", "speed 400000"}) + RESET + VERSION, Trace());
 }
 
 TEST_F(OrderTest, UpdateWithoutWaitingForTheChipTakesOnePollAndComesBackToTheVersion) {
@@ -50,8 +50,8 @@ TEST_F(OrderTest, UpdateWithoutWaitingForTheChipTakesOnePollAndComesBackToTheVer
     Run("-s image.bin");
     const Strings trace = Trace();
     const Strings download = Download();
-    EXPECT_EQ(Strings({"open /dev/i2c1", "speed 400000"}) + kReset + kVersion + kUnprotect +
-                  download + kPoll + kReset + kVersion,
+    EXPECT_EQ(Strings({"open /dev/i2c1", "speed 400000"}) + RESET + VERSION + UNPROTECT + download +
+                  POLL + RESET + VERSION,
               trace);
 }
 
@@ -77,7 +77,7 @@ TEST_F(OrderTest, FirstSegmentSaysProgramAndTheOthersAreFileBytesOnly) {
     for (const virt::Call& call : log.Calls()) {
         const std::string_view bytes = log.Data(call);
         // A full segment or, by its number, the last one.
-        if (call.kind != CallKind::kSend || (bytes.size() < 2048 && segment != 515)) {
+        if (call.kind != CallKind::Send || (bytes.size() < 2048 && segment != 515)) {
             continue;
         }
         const std::string_view payload = bytes.substr(12, bytes.size() - 13);
@@ -97,9 +97,9 @@ TEST_F(OrderTest, FirstSegmentSaysProgramAndTheOthersAreFileBytesOnly) {
 TEST_F(OrderTest, PollsComeEvery350MillisecondsPlusTheExchange) {
     Run("-s image.bin");
     const Strings trace = Trace();
-    const Strings polls(trace.end() - static_cast<long>((kReset + kVersion).size() + 6 * 8),
-                        trace.end() - static_cast<long>((kReset + kVersion).size()));
-    EXPECT_EQ(Repeat(kPoll, 6), polls);
+    const Strings polls(trace.end() - static_cast<long>((RESET + VERSION).size() + 6 * 8),
+                        trace.end() - static_cast<long>((RESET + VERSION).size()));
+    EXPECT_EQ(Repeat(POLL, 6), polls);
 }
 
 TEST_F(OrderTest, ResetPulseIsLow200MillisecondsAndTheChipGetsThreeSeconds) {
@@ -108,9 +108,9 @@ TEST_F(OrderTest, ResetPulseIsLow200MillisecondsAndTheChipGetsThreeSeconds) {
     virt::Duration raised{};
     virt::Duration first_lock{};
     for (const virt::Call& call : Unit().Log().Calls()) {
-        if (call.kind == CallKind::kWriteReset) {
+        if (call.kind == CallKind::WriteReset) {
             (Unit().Log().Data(call) == "0" ? lowered : raised) = call.at;
-        } else if (call.kind == CallKind::kLock && first_lock == virt::Duration::zero()) {
+        } else if (call.kind == CallKind::Lock && first_lock == virt::Duration::zero()) {
             first_lock = call.at;
         }
     }
@@ -123,9 +123,9 @@ TEST_F(OrderTest, CounterStartsAtZeroAfterEachResetAndFollowsTheMessages) {
     const virt::CallLog& log = Unit().Log();
     int expected = 0;
     for (const virt::Call& call : log.Calls()) {
-        if (call.kind == CallKind::kWriteReset) {
+        if (call.kind == CallKind::WriteReset) {
             expected = 0;
-        } else if (call.kind == CallKind::kSend) {
+        } else if (call.kind == CallKind::Send) {
             EXPECT_EQ(expected & 0xFF, static_cast<unsigned char>(log.Data(call)[2]));
             ++expected;
         }
@@ -138,9 +138,9 @@ TEST_F(OrderTest, EachResetOpensTheLineAnewAndKeepsTheOldOneOpen) {
     std::vector<long> opened;
     std::vector<long> written;
     for (const virt::Call& call : Unit().Log().Calls()) {
-        if (call.kind == CallKind::kOpen) {
+        if (call.kind == CallKind::Open) {
             opened.push_back(static_cast<long>(call.result));
-        } else if (call.kind == CallKind::kWriteReset) {
+        } else if (call.kind == CallKind::WriteReset) {
             written.push_back(static_cast<long>(call.argument));
         }
     }
@@ -153,11 +153,11 @@ TEST_F(OrderTest, FileIsOpenedAndMeasuredBeforeTheFlashIsUnprotected) {
     std::vector<CallKind> kinds;
     for (const virt::Call& call : Unit().Log().Calls()) {
         switch (call.kind) {
-            case CallKind::kFopen:
-            case CallKind::kFseek:
-            case CallKind::kFtell:
-            case CallKind::kFread:
-            case CallKind::kSend:
+            case CallKind::Fopen:
+            case CallKind::Fseek:
+            case CallKind::Ftell:
+            case CallKind::Fread:
+            case CallKind::Send:
                 kinds.push_back(call.kind);
                 break;
             default:
@@ -165,11 +165,11 @@ TEST_F(OrderTest, FileIsOpenedAndMeasuredBeforeTheFlashIsUnprotected) {
         }
     }
     const std::vector<CallKind> start = {
-        CallKind::kSend,                                       // version
-        CallKind::kFopen, CallKind::kFseek, CallKind::kFread,  // label
-        CallKind::kFopen, CallKind::kFseek, CallKind::kFtell,  // measured
-        CallKind::kFseek, CallKind::kSend,                     // unprotect
-        CallKind::kFread, CallKind::kSend,  CallKind::kFread, CallKind::kSend};
+        CallKind::Send,                                     // version
+        CallKind::Fopen, CallKind::Fseek, CallKind::Fread,  // label
+        CallKind::Fopen, CallKind::Fseek, CallKind::Ftell,  // measured
+        CallKind::Fseek, CallKind::Send,                    // unprotect
+        CallKind::Fread, CallKind::Send,  CallKind::Fread, CallKind::Send};
     ASSERT_GT(kinds.size(), start.size());
     kinds.resize(start.size());
     EXPECT_EQ(start, kinds);
@@ -181,9 +181,9 @@ TEST_F(OrderTest, EachPercentageIsWrittenAfterItsSegmentIsAcknowledged) {
     Strings written;
     const virt::CallLog& log = Unit().Log();
     for (const virt::Call& call : log.Calls()) {
-        if (call.kind == CallKind::kReceive) {
+        if (call.kind == CallKind::Receive) {
             ++acknowledged;
-        } else if (call.kind == CallKind::kOutput && written.size() < 80) {
+        } else if (call.kind == CallKind::Output && written.size() < 80) {
             // Replies before the download's: version, unprotect.
             const int segments = acknowledged - 2;
             const int percentage = std::stoi(std::string(log.Data(call)));

@@ -21,7 +21,7 @@ TEST_F(OutputTest, StatusModeWritesEachNumberOnceThenDoneAndNothingElse) {
 TEST_F(OutputTest, EachNumberIsFlushedByItself) {
     Run("-s image.bin");
     // The last flush carries two lines.
-    EXPECT_EQ(85, Count(CallKind::kOutput));
+    EXPECT_EQ(85, Count(CallKind::Output));
 }
 
 TEST_F(OutputTest, PhasesThatNoPollMeetsAreNotShown) {
@@ -115,7 +115,7 @@ TEST_F(OutputTest, SourcePositionIsTheLineOfTheCall) {
     Run("-s image.bin");
     // The system log's code carries the same line.
     for (const virt::Call& call : Unit().Log().Calls()) {
-        if (call.kind == CallKind::kLog) {
+        if (call.kind == CallKind::Log) {
             const std::string text(Unit().Log().Data(call));
             const std::string position = text.substr(text.rfind(':') + 1);
             EXPECT_EQ(std::to_string(call.argument - 11000), position) << text;

@@ -12,8 +12,8 @@ namespace run {
 namespace {
 
 std::string WithoutLineNumber(const std::string& line) {
-    static const std::regex kPosition("( @[A-Za-z0-9_]+)\\.cpp:[0-9]+$");
-    return std::regex_replace(line, kPosition, "$1");
+    static const std::regex POSITION("( @[A-Za-z0-9_]+)\\.cpp:[0-9]+$");
+    return std::regex_replace(line, POSITION, "$1");
 }
 
 std::string Request(std::string_view bytes) {
@@ -27,23 +27,23 @@ std::string Traced(const virt::CallLog& log, const virt::Call& call) {
     const std::string argument = std::to_string(call.argument);
     const std::string data(log.Data(call));
     switch (call.kind) {
-        case CallKind::kOpen:
+        case CallKind::Open:
             return "open " + data;
-        case CallKind::kSetSpeed:
+        case CallKind::SetSpeed:
             return "speed " + argument;
-        case CallKind::kWriteReset:
+        case CallKind::WriteReset:
             return "line " + data;
-        case CallKind::kSend:
+        case CallKind::Send:
             return Request(data);
-        case CallKind::kReceive:
+        case CallKind::Receive:
             return "read";
-        case CallKind::kDelay:
+        case CallKind::Delay:
             return "delay " + argument;
-        case CallKind::kUsleep:
+        case CallKind::Usleep:
             return "usleep " + argument;
-        case CallKind::kLock:
+        case CallKind::Lock:
             return "lock";
-        case CallKind::kUnlock:
+        case CallKind::Unlock:
             return "unlock";
         default:
             return "";
@@ -54,14 +54,14 @@ std::string Traced(const virt::CallLog& log, const virt::Call& call) {
 
 Strike Error(int error) {
     Strike strike;
-    strike.how = Strike::How::kFail;
+    strike.how = Strike::How::Fail;
     strike.error = error;
     return strike;
 }
 
 Strike Value(long value) {
     Strike strike;
-    strike.how = Strike::How::kValue;
+    strike.how = Strike::How::Value;
     strike.value = value;
     return strike;
 }
@@ -102,7 +102,7 @@ const virt::RunResult& RunTest::Run(const std::string& arguments) {
 
 std::string RunTest::Ending() const {
     const std::string name = NameOf(result_.outcome);
-    return result_.outcome == Outcome::kExit ? name + " " + std::to_string(result_.status) : name;
+    return result_.outcome == Outcome::Exit ? name + " " + std::to_string(result_.status) : name;
 }
 
 Strings RunTest::Output() const {
@@ -117,7 +117,7 @@ Strings RunTest::Output() const {
 Strings RunTest::Log() const {
     Strings lines;
     for (const virt::Call& call : unit_->Log().Calls()) {
-        if (call.kind == CallKind::kLog) {
+        if (call.kind == CallKind::Log) {
             lines.push_back(WithoutLineNumber(std::string(unit_->Log().Data(call))));
         }
     }
@@ -140,8 +140,8 @@ bool RunTest::HoldsImage() const {
 }
 
 const virt::FileContent& SampleImage() {
-    static const virt::FileContent kImage = virt::FileContent::Of(sim::MakeSampleImage("2.0.0"));
-    return kImage;
+    static const virt::FileContent IMAGE = virt::FileContent::Of(sim::MakeSampleImage("2.0.0"));
+    return IMAGE;
 }
 
 Strings operator+(Strings left, const Strings& right) {

@@ -17,7 +17,7 @@ class TransitionTest : public RunTest {
     }
 };
 
-const Strings kTerminated = {"bbpflash CRITICAL: Programming terminated @bbpflash", "ERROR"};
+const Strings TERMINATED = {"bbpflash CRITICAL: Programming terminated @bbpflash", "ERROR"};
 
 }  // namespace
 
@@ -46,10 +46,10 @@ TEST_F(TransitionTest, BusThatCannotBeOpenedFailsBeforeTheReset) {
 
 TEST_F(TransitionTest, ChipWithoutMemoryFailsBeforeTheReset) {
     // The options and the message object come first.
-    strikes.At(CallKind::kNewObject, 2, Error(ENOMEM));
+    strikes.At(CallKind::NewObject, 2, Error(ENOMEM));
     Run("-s image.bin");
     EXPECT_EQ("exit 1", Ending());
-    EXPECT_EQ(Strings({"bbpflash ERROR: Instantiating bus and chip @bbpflash"}) + kTerminated,
+    EXPECT_EQ(Strings({"bbpflash ERROR: Instantiating bus and chip @bbpflash"}) + TERMINATED,
               Output());
     EXPECT_EQ(Strings(), Trace());
 }
@@ -58,7 +58,7 @@ TEST_F(TransitionTest, ResetThatFailsSendsNothingToTheChip) {
     Unit().has_reset_device = false;
     Run("-s image.bin");
     EXPECT_EQ("exit 1", Ending());
-    EXPECT_EQ(Strings({"bbpflash ERROR: Opening /dev/gpio/HD_DAB2Reset @bbpflash"}) + kTerminated,
+    EXPECT_EQ(Strings({"bbpflash ERROR: Opening /dev/gpio/HD_DAB2Reset @bbpflash"}) + TERMINATED,
               Output());
     EXPECT_EQ(0U, Seen().messages);
 }
@@ -68,7 +68,7 @@ TEST_F(TransitionTest, UnreadableVersionFails) {
     Run("-s image.bin");
     EXPECT_EQ("exit 1", Ending());
     EXPECT_TRUE(HasLine("bbpflash ERROR: Unable to get installed version @bbpflash"));
-    EXPECT_EQ(0, Count(CallKind::kFopen));
+    EXPECT_EQ(0, Count(CallKind::Fopen));
 }
 
 TEST_F(TransitionTest, UnreadableLabelFails) {
@@ -77,7 +77,7 @@ TEST_F(TransitionTest, UnreadableLabelFails) {
     EXPECT_EQ("exit 1", Ending());
     EXPECT_EQ(Strings({"bbpflash ERROR: opening bin file image.bin @bbpflash",
                        "bbpflash ERROR: Unable to get bin file version @bbpflash"}) +
-                  kTerminated,
+                  TERMINATED,
               Output());
 }
 
@@ -172,19 +172,19 @@ TEST_F(TransitionTest, LabelThatDiffersByCaseIsProgrammed) {
 }
 
 TEST_F(TransitionTest, BusOnDescriptorZeroIsReportedAndUsedAllTheSame) {
-    strikes.At(CallKind::kOpen, 0, Value(0));
+    strikes.At(CallKind::Open, 0, Value(0));
     Run("-s image.bin");
     EXPECT_EQ("exit 0", Ending());
     EXPECT_TRUE(HoldsImage());
     EXPECT_EQ("bbpflash CRITICAL: opening /dev/i2c1 with result \"Success\" (0) @I2cBus",
               Output().front());
-    EXPECT_EQ(0, Count(CallKind::kSetSpeed));
+    EXPECT_EQ(0, Count(CallKind::SetSpeed));
 }
 
 TEST_F(TransitionTest, NoMemoryForTheOptionsOrTheMessagesEndsWithStatus255AndNothingElse) {
     for (int object : {0, 1}) {
         strikes = Strikes();
-        strikes.At(CallKind::kNewObject, object, Error(ENOMEM));
+        strikes.At(CallKind::NewObject, object, Error(ENOMEM));
         Run("-s image.bin");
         EXPECT_EQ("exit 255", Ending());
         EXPECT_EQ(Strings(), Output());
@@ -208,14 +208,14 @@ TEST_F(TransitionTest, LockThatIsNeverGrantedBlocks) {
 }
 
 TEST_F(TransitionTest, ReaderThatIsGoneEndsTheRunByASignal) {
-    strikes.At(CallKind::kOutput, 39, Error(EPIPE));
+    strikes.At(CallKind::Output, 39, Error(EPIPE));
     Run("-s image.bin");
     EXPECT_EQ("SIGPIPE", Ending());
     EXPECT_EQ(Numbers(1, 39), Output());
 }
 
 TEST_F(TransitionTest, FullDiskLosesLinesAndNothingElse) {
-    strikes.From(CallKind::kOutput, 10, Error(ENOSPC));
+    strikes.From(CallKind::Output, 10, Error(ENOSPC));
     Run("-s image.bin");
     EXPECT_EQ("exit 0", Ending());
     EXPECT_TRUE(HoldsImage());

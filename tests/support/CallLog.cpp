@@ -7,37 +7,37 @@ namespace virt {
 
 namespace {
 
-constexpr std::array<std::string_view, kCallKinds> kNames = {
+constexpr std::array<std::string_view, CALL_KINDS> NAMES = {
     "open",        "set_speed", "lock",   "unlock",   "send",   "receive",
     "write_reset", "delay",     "usleep", "memalign", "new",    "new_storage",
     "fopen",       "fseek",     "ftell",  "fread",    "output", "log"};
 
 bool IsText(CallKind kind) {
-    return kind != CallKind::kSend && kind != CallKind::kReceive;
+    return kind != CallKind::Send && kind != CallKind::Receive;
 }
 
 std::string Shown(CallKind kind, std::string_view data) {
-    constexpr std::size_t kMostText = 120;
-    constexpr std::size_t kMostBytes = 24;
+    constexpr std::size_t MOST_TEXT = 120;
+    constexpr std::size_t MOST_BYTES = 24;
     std::string shown;
     if (IsText(kind)) {
-        for (char c : data.substr(0, kMostText)) {
+        for (char c : data.substr(0, MOST_TEXT)) {
             shown += c == '\n' ? std::string("\\n") : std::string(1, c);
         }
         return " \"" + shown + "\"";
     }
-    for (char c : data.substr(0, kMostBytes)) {
+    for (char c : data.substr(0, MOST_BYTES)) {
         char hex[4];
         std::snprintf(hex, sizeof hex, " %02X", static_cast<unsigned>(c) & 0xFFU);
         shown += hex;
     }
-    return shown + (data.size() > kMostBytes ? " ..." : "");
+    return shown + (data.size() > MOST_BYTES ? " ..." : "");
 }
 
 }  // namespace
 
 std::string_view NameOf(CallKind kind) {
-    return kNames[static_cast<std::size_t>(kind)];
+    return NAMES[static_cast<std::size_t>(kind)];
 }
 
 void CallLog::Clear() {

@@ -16,26 +16,26 @@ namespace virt {
 using Duration = std::chrono::nanoseconds;
 
 enum class CallKind : std::uint8_t {
-    kOpen,      // data: path, argument: flags, result: descriptor or -1
-    kSetSpeed,  // argument: bits per second, result: 0 or errno value
-    kLock,      // result: 0 or errno value
-    kUnlock,    // result: 0 or errno value
-    kSend,      // data: the bytes, argument: 7-bit address, detail: stop flag, result: 0 or errno
-    kReceive,  // data: the bytes as the program got them, argument: 7-bit address, result: as above
-    kWriteReset,  // data: the text, argument: descriptor, result: bytes taken or -1
-    kDelay,       // argument: milliseconds, result: milliseconds left
-    kUsleep,      // argument: microseconds, result: 0 or -1
-    kMemalign,    // argument: size, detail: alignment, result: 0 or errno value
-    kNewObject,   // a new that may return null; argument: size, result: 0 or ENOMEM
-    kNewStorage,  // a new that throws; argument: size, result: 0 or ENOMEM
-    kFopen,       // data: path, result: 0 or errno value
-    kFseek,       // argument: offset, detail: whence, result: 0 or -1
-    kFtell,       // result: position or -1
-    kFread,       // data: the bytes got, argument: bytes wanted, detail: at the file's end
-    kOutput,      // standard output; data: the bytes written, result: how many were taken
-    kLog,         // data: text, argument: opcode, detail: severity
+    Open,      // data: path, argument: flags, result: descriptor or -1
+    SetSpeed,  // argument: bits per second, result: 0 or errno value
+    Lock,      // result: 0 or errno value
+    Unlock,    // result: 0 or errno value
+    Send,      // data: the bytes, argument: 7-bit address, detail: stop flag, result: 0 or errno
+    Receive,   // data: the bytes as the program got them, argument: 7-bit address, result: as above
+    WriteReset,  // data: the text, argument: descriptor, result: bytes taken or -1
+    Delay,       // argument: milliseconds, result: milliseconds left
+    Usleep,      // argument: microseconds, result: 0 or -1
+    Memalign,    // argument: size, detail: alignment, result: 0 or errno value
+    NewObject,   // a new that may return null; argument: size, result: 0 or ENOMEM
+    NewStorage,  // a new that throws; argument: size, result: 0 or ENOMEM
+    Fopen,       // data: path, result: 0 or errno value
+    Fseek,       // argument: offset, detail: whence, result: 0 or -1
+    Ftell,       // result: position or -1
+    Fread,       // data: the bytes got, argument: bytes wanted, detail: at the file's end
+    Output,      // standard output; data: the bytes written, result: how many were taken
+    Log,         // data: text, argument: opcode, detail: severity
 };
-constexpr std::size_t kCallKinds = 18;
+constexpr std::size_t CALL_KINDS = 18;
 
 // A short name for a person: "lock", "send"...
 std::string_view NameOf(CallKind kind);
@@ -71,7 +71,7 @@ class CallLog {
   private:
     bool keep_ = true;
     int total_ = 0;
-    std::array<int, kCallKinds> counts_{};
+    std::array<int, CALL_KINDS> counts_{};
     std::vector<Call> calls_;
     std::vector<char> storage_;
 };

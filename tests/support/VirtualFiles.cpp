@@ -9,12 +9,12 @@ namespace virt {
 
 namespace {
 
-constexpr std::size_t kLabelOffset = 925630;
-constexpr std::size_t kLabelSize = 37;
+constexpr std::size_t LABEL_OFFSET = 925630;
+constexpr std::size_t LABEL_SIZE = 37;
 
 Bytes LabelField(const std::string& label) {
     Bytes field(label.begin(), label.end());
-    field.resize(kLabelSize, ' ');
+    field.resize(LABEL_SIZE, ' ');
     return field;
 }
 
@@ -29,8 +29,8 @@ FileContent FileContent::Of(Bytes content) {
 
 FileContent FileContent::WithLabelOnly(const std::string& label) {
     FileContent file = Of(LabelField(label));
-    file.base = kLabelOffset;
-    file.size = kLabelOffset + kLabelSize;
+    file.base = LABEL_OFFSET;
+    file.size = LABEL_OFFSET + LABEL_SIZE;
     return file;
 }
 
@@ -123,12 +123,12 @@ long VirtualFiles::Tell(std::FILE* file) {
 std::size_t VirtualFiles::Read(std::FILE* file, void* to, std::size_t wanted, std::size_t limit) {
     Stream& stream = Of(file);
     const FileContent& content = stream.content;
-    if (content.label_behind_end && stream.position == kLabelOffset &&
-        content.size <= kLabelOffset) {
-        const std::size_t count = std::min({wanted, limit, kLabelSize});
+    if (content.label_behind_end && stream.position == LABEL_OFFSET &&
+        content.size <= LABEL_OFFSET) {
+        const std::size_t count = std::min({wanted, limit, LABEL_SIZE});
         std::copy_n(content.label_behind_end->begin(), count, static_cast<std::uint8_t*>(to));
         stream.position += count;
-        errno = count < std::min(wanted, kLabelSize) ? EIO : errno;
+        errno = count < std::min(wanted, LABEL_SIZE) ? EIO : errno;
         return count;
     }
     const std::size_t left =

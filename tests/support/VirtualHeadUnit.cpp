@@ -22,10 +22,10 @@ namespace virt {
 namespace {
 
 // What a pipe's stream buffers.
-constexpr std::size_t kStreamBuffer = 4096;
+constexpr std::size_t STREAM_BUFFER = 4096;
 
 // A program that makes so many calls while no time passes never stops.
-constexpr int kMostIdleCalls = 10000;
+constexpr int MOST_IDLE_CALLS = 10000;
 
 // Every global as at the start of a process. What the strings held went with the run's memory.
 void ResetProgram() {
@@ -47,19 +47,19 @@ void ResetProgram() {
 
 const char* NameOf(Outcome outcome) {
     switch (outcome) {
-        case Outcome::kExit:
+        case Outcome::Exit:
             return "exit";
-        case Outcome::kOutOfRange:
+        case Outcome::OutOfRange:
             return "uncaught out_of_range";
-        case Outcome::kBadAlloc:
+        case Outcome::BadAlloc:
             return "uncaught bad_alloc";
-        case Outcome::kOtherException:
+        case Outcome::OtherException:
             return "uncaught exception";
-        case Outcome::kSigPipe:
+        case Outcome::SigPipe:
             return "SIGPIPE";
-        case Outcome::kEndless:
+        case Outcome::Endless:
             return "endless";
-        case Outcome::kBlocked:
+        case Outcome::Blocked:
             return "blocked";
     }
     return "";
@@ -67,8 +67,8 @@ const char* NameOf(Outcome outcome) {
 
 VirtualHeadUnit::VirtualHeadUnit(sim::ChipConfig config, std::vector<sim::Fault> faults)
     : unit_(std::move(config), std::move(faults)),
-      stdout_buffer_(kStreamBuffer),
-      stderr_buffer_(kStreamBuffer) {}
+      stdout_buffer_(STREAM_BUFFER),
+      stderr_buffer_(STREAM_BUFFER) {}
 
 VirtualHeadUnit::~VirtualHeadUnit() = default;
 
@@ -89,14 +89,14 @@ RunResult VirtualHeadUnit::Run(const std::vector<std::string>& arguments) {
 void VirtualHeadUnit::CheckOutput(const std::vector<std::string>& arguments,
                                   const RunResult& result) const {
     const auto is_struck = [](const Call& call) {
-        return call.kind == CallKind::kOutput && call.struck;
+        return call.kind == CallKind::Output && call.struck;
     };
     const std::vector<Call>& calls = log_.Calls();
     if (!checks_output || std::any_of(calls.begin(), calls.end(), is_struck)) {
         return;
     }
     // As a shell would see it: every other end is a signal's.
-    const int status = result.outcome == Outcome::kExit ? result.status : 128 + SIGKILL;
+    const int status = result.outcome == Outcome::Exit ? result.status : 128 + SIGKILL;
     EXPECT_TRUE(ConformsToContract(result.out, ModeOf(arguments), status));
 }
 
@@ -131,11 +131,11 @@ void VirtualHeadUnit::Perform(const std::function<int()>& piece) {
     try {
         Exit(piece());
     } catch (const std::out_of_range&) {
-        result_.outcome = Outcome::kOutOfRange;
+        result_.outcome = Outcome::OutOfRange;
     } catch (const std::bad_alloc&) {
-        result_.outcome = Outcome::kBadAlloc;
+        result_.outcome = Outcome::BadAlloc;
     } catch (...) {
-        result_.outcome = Outcome::kOtherException;
+        result_.outcome = Outcome::OtherException;
     }
 }
 
@@ -147,7 +147,7 @@ void VirtualHeadUnit::Leave(Outcome outcome) {
 void VirtualHeadUnit::Exit(int status) {
     std::fflush(stdout);
     result_.status = status & 0xFF;
-    Leave(Outcome::kExit);
+    Leave(Outcome::Exit);
 }
 
 Call& VirtualHeadUnit::Begin(CallKind kind, std::int64_t argument, std::int64_t detail) {
@@ -166,13 +166,13 @@ Strike VirtualHeadUnit::Ask(Call& call) {
         return Strike();
     }
     const Strike strike = hook_->OnCall(call, log_.Total() - 1, log_.Count(call.kind) - 1);
-    call.struck = strike.how != Strike::How::kNone;
+    call.struck = strike.how != Strike::How::None;
     return strike;
 }
 
 void VirtualHeadUnit::CountIdle() {
-    if (++idle_calls_ > kMostIdleCalls) {
-        Leave(Outcome::kEndless);
+    if (++idle_calls_ > MOST_IDLE_CALLS) {
+        Leave(Outcome::Endless);
     }
 }
 
@@ -180,7 +180,7 @@ void VirtualHeadUnit::Pass(Duration time) {
     idle_calls_ = 0;
     unit_.Advance(time);
     if (unit_.Now() - last_pulse_ > time_limit_) {
-        Leave(Outcome::kEndless);
+        Leave(Outcome::Endless);
     }
 }
 

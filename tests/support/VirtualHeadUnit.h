@@ -24,27 +24,27 @@ namespace virt {
 
 // How a run ended.
 enum class Outcome {
-    kExit,            // by exit or by main's return, with a status
-    kOutOfRange,      // by an uncaught std::out_of_range
-    kBadAlloc,        // by an uncaught std::bad_alloc
-    kOtherException,  // by any other uncaught exception
-    kSigPipe,         // by the signal, because nobody reads standard output any more
-    kEndless,         // not at all: cut when the time limit had passed
-    kBlocked,         // not at all: waits for a lock that is never granted
+    Exit,            // by exit or by main's return, with a status
+    OutOfRange,      // by an uncaught std::out_of_range
+    BadAlloc,        // by an uncaught std::bad_alloc
+    OtherException,  // by any other uncaught exception
+    SigPipe,         // by the signal, because nobody reads standard output any more
+    Endless,         // not at all: cut when the time limit had passed
+    Blocked,         // not at all: waits for a lock that is never granted
 };
 const char* NameOf(Outcome outcome);
 
 // What becomes of one call.
 struct Strike {
     enum class How {
-        kNone,   // it is carried out
-        kFail,   // it is not carried out and fails with `error`
-        kAfter,  // it is carried out and then fails with `error`
-        kValue,  // it is not carried out and returns `value`: an open, a write, a delay, an output
-        kLimit,  // fread, output: `value` bytes are carried out, then it fails with `error`
-        kBlock,  // a lock that is never granted
+        None,   // it is carried out
+        Fail,   // it is not carried out and fails with `error`
+        After,  // it is carried out and then fails with `error`
+        Value,  // it is not carried out and returns `value`: an open, a write, a delay, an output
+        Limit,  // fread, output: `value` bytes are carried out, then it fails with `error`
+        Block,  // a lock that is never granted
     };
-    How how = How::kNone;
+    How how = How::None;
     int error = 0;  // an errno value; EPIPE of an output is the signal
     long value = 0;
 };
@@ -59,8 +59,8 @@ class CallHook {
 };
 
 struct RunResult {
-    Outcome outcome = Outcome::kExit;
-    int status = 0;   // of kExit, as a parent sees it: 0..255
+    Outcome outcome = Outcome::Exit;
+    int status = 0;   // of EXIT, as a parent sees it: 0..255
     std::string out;  // what standard output has taken
     std::string err;
 };

@@ -181,7 +181,7 @@ int __wrap_feof(std::FILE* file) {
 
 void* operator new(std::size_t size) {
     Entry entry;
-    void* const block = entry ? entry->New(size, CallKind::kNewStorage) : std::malloc(size);
+    void* const block = entry ? entry->New(size, CallKind::NewStorage) : std::malloc(size);
     if (block == nullptr) {
         throw std::bad_alloc();
     }
@@ -190,7 +190,7 @@ void* operator new(std::size_t size) {
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     Entry entry;
-    return entry ? entry->New(size, CallKind::kNewObject) : std::malloc(size);
+    return entry ? entry->New(size, CallKind::NewObject) : std::malloc(size);
 }
 
 void operator delete(void* block) noexcept {

@@ -50,7 +50,7 @@ TEST_F(ImageInspector, FindsNothingWrongWithASampleImage) {
     tools::WriteSample("HD 1.2.3", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
     const ImageReport report = InspectImage(folder.Path("image.bin"));
     EXPECT_EQ("", Codes(report));
-    EXPECT_EQ(Grade::CLEAN, report.GetGrade());
+    EXPECT_EQ(Grade::Clean, report.GetGrade());
     EXPECT_EQ(1048576u, report.size);
     EXPECT_EQ(516, report.segments);
     EXPECT_EQ("HD 1.2.3", report.label);
@@ -73,7 +73,7 @@ TEST_F(ImageInspector, TellsTheDigest) {
 TEST_F(ImageInspector, FindsAnImageThatEndsBeforeTheLabel) {
     const ImageReport report = InspectSize(sim::LABEL_OFFSET);
     EXPECT_EQ("too-short", Codes(report));
-    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_EQ(Grade::Unusable, report.GetGrade());
     EXPECT_NE(std::string::npos, report.findings[0].text.find("reading bin file label"));
     EXPECT_FALSE(report.label.has_value());
 }
@@ -81,27 +81,27 @@ TEST_F(ImageInspector, FindsAnImageThatEndsBeforeTheLabel) {
 TEST_F(ImageInspector, FindsAnImageThatEndsInsideTheLabel) {
     const ImageReport report = InspectSize(sim::LABEL_OFFSET + 7);
     EXPECT_EQ("cut-label control-characters", Codes(report));
-    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ(Grade::Warnings, report.GetGrade());
     EXPECT_EQ("1.2.3__" + std::string(28, '\0'), report.label);
 }
 
 TEST_F(ImageInspector, FindsABlankLabel) {
     const ImageReport report = InspectField(Blanks(37));
     EXPECT_EQ("blank-label", Codes(report));
-    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_EQ(Grade::Unusable, report.GetGrade());
 }
 
 TEST_F(ImageInspector, FindsALabelOfOneCharacter) {
     const ImageReport report = InspectField(Blanks(3) + "X" + Blanks(33));
     EXPECT_EQ("one-character-label", Codes(report));
-    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ(Grade::Warnings, report.GetGrade());
     EXPECT_EQ("X" + Blanks(33), report.label);
 }
 
 TEST_F(ImageInspector, FindsALabelOfTwoCharacters) {
     const ImageReport report = InspectField("XY" + Blanks(35));
     EXPECT_EQ("two-character-label", Codes(report));
-    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ(Grade::Warnings, report.GetGrade());
     EXPECT_EQ("", report.label);
 }
 
@@ -124,7 +124,7 @@ TEST_F(ImageInspector, FindsALastSegmentThatIsExactlyFull) {
     EXPECT_EQ("", Codes(InspectSize(size - 1)));
     const ImageReport report = InspectSize(size);
     EXPECT_EQ("full-last-segment", Codes(report));
-    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_EQ(Grade::Unusable, report.GetGrade());
     EXPECT_EQ("", Codes(InspectSize(size + 1)));
 }
 
@@ -132,7 +132,7 @@ TEST_F(ImageInspector, FindsAPercentageBeyondItsExactRange) {
     EXPECT_EQ("", Codes(InspectSize(26843545)));
     const ImageReport report = InspectSize(26843546);
     EXPECT_EQ("percentage", Codes(report));
-    EXPECT_EQ(Grade::WARNINGS, report.GetGrade());
+    EXPECT_EQ(Grade::Warnings, report.GetGrade());
 }
 
 TEST_F(ImageInspector, FindsMoreSegmentsThanCanBeNumbered) {
@@ -141,7 +141,7 @@ TEST_F(ImageInspector, FindsMoreSegmentsThanCanBeNumbered) {
     EXPECT_EQ(65535, largest.segments);
     const ImageReport report = InspectSize(133363724);
     EXPECT_EQ("too-many-segments percentage", Codes(report));
-    EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+    EXPECT_EQ(Grade::Unusable, report.GetGrade());
     EXPECT_FALSE(report.segments.has_value());
 }
 
@@ -149,7 +149,7 @@ TEST_F(ImageInspector, FindsAFileThatCannotBeRead) {
     for (const std::string& path : {folder.Path("missing.bin"), folder.Path("")}) {
         const ImageReport report = InspectImage(path);
         EXPECT_EQ("unreadable", Codes(report));
-        EXPECT_EQ(Grade::UNUSABLE, report.GetGrade());
+        EXPECT_EQ(Grade::Unusable, report.GetGrade());
     }
 }
 

@@ -116,7 +116,7 @@ TEST_F(ImageProblem, BlankLabel) {
     UseImage(Blanks(37));
     EXPECT_EQ("blank-label", Findings());
     EXPECT_EQ(2, grade);
-    EXPECT_EQ(Outcome::kOutOfRange, Update("1.2.3").outcome);
+    EXPECT_EQ(Outcome::OutOfRange, Update("1.2.3").outcome);
     EXPECT_EQ(0u, unit->Unit().Chip().Segments());
 }
 

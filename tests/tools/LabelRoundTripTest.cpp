@@ -43,7 +43,7 @@ class LabelRoundTrip : public testing::Test {
         ASSERT_TRUE(field.has_value());
         ASSERT_EQ(sim::LABEL_SIZE, field->size());
         const LabelReading reading = ReadField(*field);
-        ASSERT_EQ(LabelReading::READ, reading.result);
+        ASSERT_EQ(LabelReading::Result::Read, reading.result);
         ASSERT_EQ(label, reading.label);
         ASSERT_TRUE(reading.messages.empty());
     }
@@ -83,7 +83,7 @@ TEST_F(LabelRoundTrip, HoldsForWhateverLabelAFieldIsReadAs) {
         const std::string& characters = round % 2 == 0 ? AllBytes() : std::string("     AB");
         const std::string field = RandomText(sim::LABEL_SIZE, characters);
         const LabelReading reading = ReadField(field);
-        ASSERT_EQ(LabelReading::READ, reading.result);
+        ASSERT_EQ(LabelReading::Result::Read, reading.result);
         ExpectRoundTrip(reading.label);
     }
 }
@@ -98,13 +98,13 @@ TEST(LabelEncoding, RefusesWhatNoFieldIsReadAs) {
 
 TEST_F(LabelRoundTrip, ReadsAFieldOfBlanksAsABreakdown) {
     const LabelReading reading = ReadField(std::string(sim::LABEL_SIZE, ' '));
-    EXPECT_EQ(LabelReading::BREAKS_DOWN, reading.result);
+    EXPECT_EQ(LabelReading::Result::BreaksDown, reading.result);
     EXPECT_EQ("", reading.label);
 }
 
 TEST_F(LabelRoundTrip, TellsTheUpdatersOwnMessageWhenItRefuses) {
     const LabelReading reading = tools::ReadLabelAsUpdater(folder.Path("missing.bin"));
-    EXPECT_EQ(LabelReading::REFUSED, reading.result);
+    EXPECT_EQ(LabelReading::Result::Refused, reading.result);
     EXPECT_EQ(std::vector<std::string>{"opening bin file " + folder.Path("missing.bin")},
               reading.messages);
 }

@@ -19,7 +19,7 @@ class FlagsOfUpdater : public virt::CallHook {
     }
 
     virt::Strike OnCall(const virt::Call& call, int, int nth) override {
-        if (call.kind == virt::CallKind::kOpen && nth == 0) {
+        if (call.kind == virt::CallKind::Open && nth == 0) {
             taken.force = g_options[OPTION_FORCE];
             taken.info_only = g_options[OPTION_INFO_ONLY];
             taken.status = g_options[OPTION_STATUS];

@@ -98,7 +98,7 @@ void Record(const Recording& recording, const std::string& folder) {
     const virt::RunResult result = unit.Run({"bbpflash", "-fs", "image.bin"});
     pcap.Close();
     vcd.Close();
-    if (result.outcome != virt::Outcome::kExit || result.status != recording.expected_status ||
+    if (result.outcome != virt::Outcome::Exit || result.status != recording.expected_status ||
         !lister.Close()) {
         throw std::runtime_error(recording.name + " did not go as it should:\n" + result.out);
     }

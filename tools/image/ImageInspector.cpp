@@ -48,12 +48,12 @@ class Inspector {
         std::error_code error;
         const auto status = std::filesystem::status(report.path, error);
         if (!error && !std::filesystem::is_regular_file(status)) {
-            Add(Grade::UNUSABLE, "unreadable", "it is no regular file");
+            Add(Grade::Unusable, "unreadable", "it is no regular file");
             return false;
         }
         std::ifstream file(report.path, std::ios::binary);
         if (!file) {
-            Add(Grade::UNUSABLE, "unreadable", std::string("opening it: ") + std::strerror(errno));
+            Add(Grade::Unusable, "unreadable", std::string("opening it: ") + std::strerror(errno));
             return false;
         }
         Sha256 digest;
@@ -66,7 +66,7 @@ class Inspector {
             report.size += count;
         }
         if (file.bad()) {
-            Add(Grade::UNUSABLE, "unreadable", std::string("reading it: ") + std::strerror(errno));
+            Add(Grade::Unusable, "unreadable", std::string("reading it: ") + std::strerror(errno));
             return false;
         }
         report.sha256 = digest.Finish();
@@ -84,7 +84,7 @@ class Inspector {
 
     void MeasureDownload() {
         if (report.size >= static_cast<std::uint64_t>(HcLogical::TOTAL_LIMIT)) {
-            Add(Grade::UNUSABLE, "too-many-segments",
+            Add(Grade::Unusable, "too-many-segments",
                 "the download would have more than " + std::to_string(HcLogical::MAX_SEGMENTS) +
                     " segments; the largest image has " +
                     std::to_string(HcLogical::TOTAL_LIMIT - 1) + " bytes");
@@ -107,13 +107,13 @@ class Inspector {
         if (payload % MAX_PAYLOAD != 0) {
             report.wire_seconds += transfer(payload % MAX_PAYLOAD + HcLogical::OVERHEAD);
         } else if (report.segments) {
-            Add(Grade::UNUSABLE, "full-last-segment",
+            Add(Grade::Unusable, "full-last-segment",
                 "the last segment is exactly full, and the updater fails after it at the very end "
                 "of the download; pad the image by 1 byte");
         }
 
         if (report.size > EXACT_PERCENTAGE_LIMIT) {
-            Add(Grade::WARNINGS, "percentage",
+            Add(Grade::Warnings, "percentage",
                 "above " + std::to_string(EXACT_PERCENTAGE_LIMIT) +
                     " bytes the updater's percentage is wrong");
         }
@@ -122,15 +122,15 @@ class Inspector {
     void CheckLabel() {
         const LabelReading reading = ReadLabelAsUpdater(report.path);
         switch (reading.result) {
-            case LabelReading::READ:
+            case LabelReading::Result::Read:
                 report.label = reading.label;
                 CheckText();
                 break;
-            case LabelReading::BREAKS_DOWN:
-                Add(Grade::UNUSABLE, "blank-label",
+            case LabelReading::Result::BreaksDown:
+                Add(Grade::Unusable, "blank-label",
                     "the label field is all blanks, and the updater ends abnormally on it");
                 break;
-            case LabelReading::REFUSED:
+            case LabelReading::Result::Refused:
                 AddRefusal(reading);
                 break;
         }
@@ -142,37 +142,37 @@ class Inspector {
             said += "; the updater says: " + message;
         }
         if (report.size <= sim::LABEL_OFFSET) {
-            Add(Grade::UNUSABLE, "too-short",
+            Add(Grade::Unusable, "too-short",
                 "it ends before the label field, which begins at byte " +
                     std::to_string(sim::LABEL_OFFSET) + said);
         } else {
-            Add(Grade::UNUSABLE, "label-unreadable", "the label cannot be read" + said);
+            Add(Grade::Unusable, "label-unreadable", "the label cannot be read" + said);
         }
     }
 
     // What makes a label that can be read one that no chip is likely to report.
     void CheckText() {
         if (report.field.size() < sim::LABEL_SIZE) {
-            Add(Grade::WARNINGS, "cut-label",
+            Add(Grade::Warnings, "cut-label",
                 "it ends inside the label field, whose missing bytes count as NULs of the label");
         }
         const std::size_t first = report.field.find_first_not_of(' ');
         const std::size_t last = report.field.find_last_not_of(' ');
         const bool is_whole = report.field.size() == sim::LABEL_SIZE;
         if (is_whole && first == last) {
-            Add(Grade::WARNINGS, "one-character-label",
+            Add(Grade::Warnings, "one-character-label",
                 "the field holds one character, which the updater reads with all the blanks behind "
                 "it");
         }
         if (is_whole && first + 1 == last) {
-            Add(Grade::WARNINGS, "two-character-label",
+            Add(Grade::Warnings, "two-character-label",
                 "the field holds two characters, both of which the updater drops");
         }
         const auto is_control = [](char byte) {
             return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F';
         };
         if (std::any_of(report.label->begin(), report.label->end(), is_control)) {
-            Add(Grade::WARNINGS, "control-characters",
+            Add(Grade::Warnings, "control-characters",
                 "the label holds control characters, which the chip's version must have, too");
         }
     }

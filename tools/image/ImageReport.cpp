@@ -38,7 +38,7 @@ std::string DescribeLabel(const std::optional<std::string>& label) {
 }  // namespace
 
 Grade ImageReport::GetGrade() const {
-    Grade worst = Grade::CLEAN;
+    Grade worst = Grade::Clean;
     for (const Finding& finding : findings) {
         worst = std::max(worst, finding.grade);
     }
@@ -47,11 +47,11 @@ Grade ImageReport::GetGrade() const {
 
 const char* NameOf(Grade grade) {
     switch (grade) {
-        case Grade::CLEAN:
+        case Grade::Clean:
             return "clean";
-        case Grade::WARNINGS:
+        case Grade::Warnings:
             return "warning";
-        case Grade::UNUSABLE:
+        case Grade::Unusable:
             break;
     }
     return "unusable";
@@ -66,7 +66,7 @@ std::string ToText(const ImageReport& report) {
         if (report.segments) {
             text += Line("segments", std::to_string(*report.segments));
         }
-        text += Line("wire time", wire_time.str() + " s at 400 kHz");
+        text += Line("wire time", wire_time.str() + " s at 400 HZ");
         text += Line("sha256", report.sha256);
         text += Line("field", DescribeField(report.field));
         text += Line("label", DescribeLabel(report.label));
@@ -75,7 +75,7 @@ std::string ToText(const ImageReport& report) {
         text += Line(NameOf(finding.grade), Escape(finding.text) + " (" + finding.code + ")");
     }
     if (report.findings.empty()) {
-        text += Line(NameOf(Grade::CLEAN), "no problem found");
+        text += Line(NameOf(Grade::Clean), "no problem found");
     }
     return text;
 }

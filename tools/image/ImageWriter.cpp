@@ -44,7 +44,7 @@ void WriteChecked(const std::string& bytes, const std::string& label, const std:
         return;
     }
     const LabelReading reading = ReadLabelAsUpdater(file.TemporaryPath());
-    if (reading.result != LabelReading::READ || reading.label != label) {
+    if (reading.result != LabelReading::Result::Read || reading.label != label) {
         throw std::runtime_error("the updater would not read the label \"" + Escape(label) +
                                  "\" from the new image");
     }

@@ -43,10 +43,10 @@ LabelReading CallUpdater(const std::string& path) {
     LabelReading reading;
     try {
         if (get_bin_file_version(reading.label, filename)) {
-            reading.result = LabelReading::READ;
+            reading.result = LabelReading::Result::Read;
         }
     } catch (const std::out_of_range&) {
-        reading.result = LabelReading::BREAKS_DOWN;
+        reading.result = LabelReading::Result::BreaksDown;
         reading.label.clear();
     }
     const std::string prefix = std::string(name) + " ERROR: ";
@@ -63,7 +63,7 @@ LabelReading CallUpdater(const std::string& path) {
 
     const LabelReading reading = CallUpdater(path);
     std::string answer;
-    PutText(answer, std::to_string(reading.result));
+    PutText(answer, std::to_string(static_cast<int>(reading.result)));
     PutText(answer, reading.label);
     for (const std::string& message : reading.messages) {
         PutText(answer, message);
@@ -118,7 +118,7 @@ LabelReading ReadLabelAsUpdater(const std::string& path) {
     }
 
     LabelReading reading;
-    reading.result = LabelReading::BREAKS_DOWN;
+    reading.result = LabelReading::Result::BreaksDown;
     std::size_t at = 0;
     std::string text;
     if (TakeText(answer, at, text)) {

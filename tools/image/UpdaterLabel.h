@@ -9,12 +9,12 @@
 namespace tools {
 
 struct LabelReading {
-    enum Result {
-        READ,         // `label` holds what the updater compares with the chip's version
-        REFUSED,      // the updater reports `messages` and gives up
-        BREAKS_DOWN,  // the updater ends abnormally
+    enum class Result {
+        Read,        // `label` holds what the updater compares with the chip's version
+        Refused,     // the updater reports `messages` and gives up
+        BreaksDown,  // the updater ends abnormally
     };
-    Result result = REFUSED;
+    Result result = Result::Refused;
     std::string label;                  // may hold any byte
     std::vector<std::string> messages;  // the updater's, without its name and level
 };

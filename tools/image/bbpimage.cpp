@@ -15,7 +15,7 @@ constexpr int EXIT_FAILED = 2;  // as for an unusable image: there is nothing to
 constexpr int EXIT_USAGE = 64;
 
 int Inspect(const std::vector<std::string>& paths, bool as_json) {
-    tools::Grade worst = tools::Grade::CLEAN;
+    tools::Grade worst = tools::Grade::Clean;
     nlohmann::json images = nlohmann::json::array();
     for (const std::string& path : paths) {
         const tools::ImageReport report = tools::InspectImage(path);

@@ -139,23 +139,23 @@ Line ParseAlone(std::string_view text) {
 
 Line LineParser::Parse(std::string_view text) {
     Line line;
-    if (open == Open::OPTIONS) {
+    if (open == Open::Options) {
         line.kind = BBPFLASH_LINE_OPTIONS;
         if (EndsWith(text, OPTIONS_END)) {
-            open = Open::NOTHING;
+            open = Open::Nothing;
         }
         return line;
     }
-    if (open != Open::NOTHING && Continues(text)) {
+    if (open != Open::Nothing && Continues(text)) {
         line.kind = BBPFLASH_LINE_CONTINUATION;
         return line;
     }
     line = ParseAlone(text);
     open_size = text.size();
-    open = Open::NOTHING;
+    open = Open::Nothing;
     if (line.kind == BBPFLASH_LINE_MESSAGE && open_size < LONGEST_MESSAGE) {
         open = OpenedBy(line);
-        if (open == Open::OPTIONS) {
+        if (open == Open::Options) {
             line.kind = BBPFLASH_LINE_OPTIONS;
         }
     }
@@ -169,16 +169,16 @@ bool LineParser::Continues(std::string_view text) {
     }
     bool is_closed = open_size == LONGEST_MESSAGE;
     switch (open) {
-        case Open::AFTER_VERSION:
+        case Open::AfterVersion:
             if (text.empty() || (StartsWith(text, " @") && HasPosition(text))) {
                 is_closed = true;
                 break;
             }
             [[fallthrough]];
-        case Open::VERSION:
-            open = EndsWith(text, "\"") ? Open::AFTER_VERSION : Open::VERSION;
+        case Open::Version:
+            open = EndsWith(text, "\"") ? Open::AfterVersion : Open::Version;
             break;
-        case Open::SENDING:
+        case Open::Sending:
             is_closed = is_closed || EndsWith(WithoutPosition(text), SENDING_END);
             break;
         default:
@@ -186,7 +186,7 @@ bool LineParser::Continues(std::string_view text) {
             break;
     }
     if (is_closed) {
-        open = Open::NOTHING;
+        open = Open::Nothing;
     }
     return true;
 }
@@ -196,22 +196,22 @@ LineParser::Open LineParser::OpenedBy(const Line& line) const {
         case BBPFLASH_LEVEL_PLAIN:
             if (StartsWith(line.message, VERSION_MESSAGE)) {
                 const std::string_view version = line.message.substr(VERSION_MESSAGE.size());
-                return EndsWith(version, "\"") ? Open::AFTER_VERSION : Open::VERSION;
+                return EndsWith(version, "\"") ? Open::AfterVersion : Open::Version;
             }
             if (StartsWith(line.message, SENDING_MESSAGE) &&
                 !EndsWith(WithoutPosition(line.message), SENDING_END)) {
-                return Open::SENDING;
+                return Open::Sending;
             }
-            return Open::NOTHING;
+            return Open::Nothing;
         case BBPFLASH_LEVEL_CRITICAL:
         case BBPFLASH_LEVEL_ERROR:
         case BBPFLASH_LEVEL_INFO:
             if (line.message == OPTIONS_START) {
-                return Open::OPTIONS;
+                return Open::Options;
             }
-            return HasPosition(line.message) ? Open::NOTHING : Open::POSITION;
+            return HasPosition(line.message) ? Open::Nothing : Open::Position;
         default:
-            return Open::NOTHING;
+            return Open::Nothing;
     }
 }
 

@@ -28,7 +28,7 @@ class LineParser {
     // What the next line may be a part of: the settings; a message that ends in its source
     // position; the installed version's message in its quotes and behind them; the message that
     // names the image.
-    enum class Open { NOTHING, OPTIONS, POSITION, VERSION, AFTER_VERSION, SENDING };
+    enum class Open { Nothing, Options, Position, Version, AfterVersion, Sending };
 
     // Whether the open message goes on with this line. Closes it where it ends.
     bool Continues(std::string_view text);
@@ -36,7 +36,7 @@ class LineParser {
     // What is open after a whole line that is a message.
     Open OpenedBy(const Line& line) const;
 
-    Open open = Open::NOTHING;
+    Open open = Open::Nothing;
     std::size_t open_size = 0;  // bytes of the open message so far, line breaks included
 };
 

@@ -105,10 +105,10 @@ void Expect(const tools::ImageReport& report, tools::WatchConfig& config) {
 
 // Shows what is wrong with the image. Returns whether an update can succeed with it.
 bool IsUsable(const tools::ImageReport& report) {
-    if (report.GetGrade() != tools::Grade::CLEAN) {
+    if (report.GetGrade() != tools::Grade::Clean) {
         std::cerr << tools::ToText(report);
     }
-    return report.GetGrade() != tools::Grade::UNUSABLE;
+    return report.GetGrade() != tools::Grade::Unusable;
 }
 
 // Those who are told, and where they write.
