@@ -8,7 +8,7 @@ trap 'rm -rf "$work"' EXIT
 cmake --install "$1" --prefix "$work" --strip >"$work/log"
 
 for file in bin/{bbpflash,bbpimage,bbpwatch,bbpsim} share/man/man1/bbp{flash,image,sim,watch}.1 \
-    lib/udev/rules.d/60-bbpflash.rules; do
+    share/man/man1/use.1 lib/udev/rules.d/60-bbpflash.rules; do
     [[ -s "$work/$file" ]] || { echo "not installed: $file" && exit 1; }
 done
-readelf -p QNX_usage "$work/bin/bbpflash" | grep -q NAME=bbpflash
+"$work/bin/use" -i "$work/bin/bbpflash" | grep -qx NAME=bbpflash

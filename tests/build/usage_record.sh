@@ -35,8 +35,10 @@ grep -q "HD Radio" "$work/shown" || fail "readelf -p shows no title"
 grep -q "NAME=bbpflash" "$work/shown" || fail "readelf -p shows no name"
 
 # The date is the source's where one is given.
-SOURCE_DATE_EPOCH=86400 "$root/cmake/write_usage_record.sh" "$text" bbpflash "$work/dated"
+SOURCE_DATE_EPOCH=86400 "$root/cmake/write_usage_record.sh" "$text" bbpflash 1.2.3 \
+    "$work/dated" "$work/info"
 grep -qax 'DATE=1970/01/02-00:00:00-UTC' "$work/dated" || fail "SOURCE_DATE_EPOCH is not used"
+grep -qx 'DATE=1970/01/02-00:00:00-UTC' "$work/info" || fail "SOURCE_DATE_EPOCH is not used in both"
 
 # Lines that people and programs know by heart, spelling included.
 while IFS= read -r line; do
