@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "tools/image/AtomicFile.h"
+#include "common/AtomicFile.h"
 #include "tools/image/LabelField.h"
 #include "tools/image/UpdaterLabel.h"
 #include "tools/image/VisibleText.h"
@@ -37,7 +37,7 @@ std::string ReadWhole(const std::string& path) {
 
 // An image too short for a label is written as it is.
 void WriteChecked(const std::string& bytes, const std::string& label, const std::string& out) {
-    AtomicFile file(out);
+    common::AtomicFile file(out);
     file.Write(bytes);
     if (bytes.size() < LABEL_END) {
         file.Commit();

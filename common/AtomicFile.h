@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef BBPFLASH_TOOLS_IMAGE_ATOMICFILE_H
-#define BBPFLASH_TOOLS_IMAGE_ATOMICFILE_H
+#ifndef COMMON_ATOMIC_FILE_H
+#define COMMON_ATOMIC_FILE_H
 
 #include <string>
+#include <string_view>
 
-namespace tools {
+#include "common/UniqueFd.h"
+
+namespace common {
 
 // A file that is replaced as a whole or not at all: its new content goes to a temporary file in the
 // same folder, which takes the name over when it is complete and on the disk. Every failure throws
-// std::system_error and leaves the named file as it was; the temporary file goes in any case.
+// Failure and leaves the named file as it was; the temporary file goes in any case.
 class AtomicFile {
   public:
     // Prepares to write `path`; a symbolic link is followed.
@@ -17,11 +20,10 @@ class AtomicFile {
     // Removes the temporary file unless it was committed.
     ~AtomicFile();
 
-    // Appends `bytes`.
-    void Write(const std::string& bytes);
+    void Write(std::string_view bytes);
 
     // Where the new content is until it is committed, for a last look at it.
-    const std::string& TemporaryPath() const { return temporary; }
+    const std::string& TemporaryPath() const { return temporary_; }
 
     // Gives the new content the file's name, mode and owner; a file that did not exist gets what
     // the process would give any new file.
@@ -32,14 +34,15 @@ class AtomicFile {
 
   private:
     void KeepModeAndOwner();
+    void SyncFolder() const;
 
-    std::string target;
-    std::string folder;
-    std::string temporary;
-    int descriptor = -1;
-    bool committed = false;
+    std::string target_;
+    std::string folder_;
+    std::string temporary_;
+    UniqueFd file_;
+    bool committed_ = false;
 };
 
-}  // namespace tools
+}  // namespace common
 
 #endif

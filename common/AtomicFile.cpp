@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/AtomicFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "common/Failure.h"
+#include "common/Pipe.h"
+
+namespace common {
+
+namespace {
+
+std::string Resolve(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::canonical(path, error);
+    return error ? path : resolved.string();
+}
+
+// What the process's mask leaves of the mode of a new file.
+mode_t NewFileMode() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return static_cast<mode_t>(0666) & ~mask;
+}
+
+}  // namespace
+
+AtomicFile::AtomicFile(const std::string& path) : target_(Resolve(path)) {
+    const std::string parent = std::filesystem::path(target_).parent_path().string();
+    folder_ = parent.empty() ? "." : parent;
+    temporary_ = target_ + ".XXXXXX";
+    file_.Reset(mkostemp(temporary_.data(), O_CLOEXEC));
+    if (!file_) {
+        throw ErrnoFailure("creating a temporary file beside " + target_, errno);
+    }
+}
+
+AtomicFile::~AtomicFile() {
+    if (!committed_) {
+        unlink(temporary_.c_str());
+    }
+}
+
+void AtomicFile::Write(std::string_view bytes) {
+    WriteAll(file_.Get(), bytes, temporary_);
+}
+
+void AtomicFile::KeepModeAndOwner() {
+    struct stat now;
+    if (stat(target_.c_str(), &now) != 0) {
+        if (errno != ENOENT) {
+            throw ErrnoFailure("looking at " + target_, errno);
+        }
+        if (fchmod(file_.Get(), NewFileMode()) != 0) {
+            throw ErrnoFailure("setting the mode of " + temporary_, errno);
+        }
+        return;
+    }
+    struct stat ours;
+    if (fstat(file_.Get(), &ours) != 0) {
+        throw ErrnoFailure("looking at " + temporary_, errno);
+    }
+    const bool same_owner = ours.st_uid == now.st_uid && ours.st_gid == now.st_gid;
+    if (!same_owner && fchown(file_.Get(), now.st_uid, now.st_gid) != 0) {
+        throw ErrnoFailure("keeping the owner of " + target_, errno);
+    }
+    // After the owner, whose change clears the set-id bits.
+    if (fchmod(file_.Get(), now.st_mode & 07777) != 0) {
+        throw ErrnoFailure("keeping the mode of " + target_, errno);
+    }
+}
+
+void AtomicFile::SyncFolder() const {
+    const UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) {
+        throw ErrnoFailure("opening " + folder_, errno);
+    }
+    // A file system that cannot synchronise a folder says so; the new file is complete all the
+    // same.
+    if (fsync(folder.Get()) != 0 && errno != EINVAL) {
+        throw ErrnoFailure("writing " + folder_ + " to the disk", errno);
+    }
+}
+
+void AtomicFile::Commit() {
+    KeepModeAndOwner();
+    if (fsync(file_.Get()) != 0) {
+        throw ErrnoFailure("writing " + temporary_ + " to the disk", errno);
+    }
+    if (!file_.Close()) {
+        throw ErrnoFailure("closing " + temporary_, errno);
+    }
+    if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
+        throw ErrnoFailure("replacing " + target_, errno);
+    }
+    committed_ = true;
+    SyncFolder();
+}
+
+}  // namespace common

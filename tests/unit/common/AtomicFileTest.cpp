@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "common/AtomicFile.h"
+#include "common/Failure.h"
+#include "tests/tools/TemporaryFolder.h"
+
+namespace {
+
+using common::AtomicFile;
+
+class AtomicFileTest : public testing::Test {
+  protected:
+    struct stat Look(const std::string& name) {
+        struct stat result = {};
+        EXPECT_EQ(0, stat(folder_.Path(name).c_str(), &result));
+        return result;
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(AtomicFileTest, ReplacesTheContentAndLeavesNothingBesides) {
+    folder_.Write("image.bin", "old and longer");
+    {
+        AtomicFile file(folder_.Path("image.bin"));
+        file.Write("new");
+        EXPECT_EQ("old and longer", folder_.Read("image.bin"));
+        file.Commit();
+    }
+    EXPECT_EQ("new", folder_.Read("image.bin"));
+    EXPECT_EQ(1, folder_.Count());
+}
+
+TEST_F(AtomicFileTest, LeavesTheFileAsItWasWithoutACommit) {
+    folder_.Write("image.bin", "old");
+    {
+        AtomicFile file(folder_.Path("image.bin"));
+        file.Write("new");
+    }
+    EXPECT_EQ("old", folder_.Read("image.bin"));
+    EXPECT_EQ(1, folder_.Count());
+}
+
+TEST_F(AtomicFileTest, KeepsTheMode) {
+    folder_.Write("image.bin", "old");
+    std::filesystem::permissions(folder_.Path("image.bin"), std::filesystem::perms(0640));
+    AtomicFile file(folder_.Path("image.bin"));
+    file.Commit();
+    EXPECT_EQ(0640u, Look("image.bin").st_mode & 07777);
+}
+
+TEST_F(AtomicFileTest, KeepsTheOwner) {
+    // Only root can give files away; others see that their own files stay theirs.
+    const bool root = geteuid() == 0;
+    const uid_t user = root ? 1234 : getuid();
+    const gid_t group = root ? 5678 : getgid();
+    folder_.Write("image.bin", "old");
+    ASSERT_EQ(0, chown(folder_.Path("image.bin").c_str(), user, group));
+    AtomicFile file(folder_.Path("image.bin"));
+    file.Commit();
+    EXPECT_EQ(user, Look("image.bin").st_uid);
+    EXPECT_EQ(group, Look("image.bin").st_gid);
+}
+
+TEST_F(AtomicFileTest, GivesANewFileTheModeThatTheMaskLeaves) {
+    const mode_t before = umask(027);
+    {
+        AtomicFile file(folder_.Path("new.bin"));
+        file.Commit();
+    }
+    umask(before);
+    EXPECT_EQ(0640u, Look("new.bin").st_mode & 07777);
+}
+
+TEST_F(AtomicFileTest, FollowsASymbolicLinkAndKeepsIt) {
+    folder_.Write("image.bin", "old");
+    std::filesystem::create_symlink("image.bin", folder_.Path("link.bin"));
+    AtomicFile file(folder_.Path("link.bin"));
+    file.Write("new");
+    file.Commit();
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_.Path("link.bin")));
+    EXPECT_EQ("new", folder_.Read("image.bin"));
+}
+
+TEST_F(AtomicFileTest, RefusesAFolderThatIsNotThere) {
+    EXPECT_THROW(AtomicFile(folder_.Path("missing/image.bin")), common::Failure);
+}
+
+TEST_F(AtomicFileTest, LeavesNothingBehindWhenTheNameIsTakenByAFolder) {
+    std::filesystem::create_directory(folder_.Path("image.bin"));
+    {
+        AtomicFile file(folder_.Path("image.bin"));
+        EXPECT_THROW(file.Commit(), common::Failure);
+    }
+    EXPECT_EQ(1, folder_.Count());
+}
+
+}  // namespace
