@@ -54,3 +54,14 @@ function(bbp_quick_target target)
     bbp_target(${target})
     target_compile_options(${target} PRIVATE $<IF:$<CONFIG:Debug>,-O0,-O1>)
 endfunction()
+
+# What is shipped, and nothing else.
+add_custom_target(bbp_programs)
+
+# bbp_ship(<target>): a program that is installed with its manual page.
+function(bbp_ship target)
+    add_dependencies(bbp_programs ${target})
+    install(TARGETS ${target})
+    install(FILES "${PROJECT_SOURCE_DIR}/docs/man/${target}.1"
+        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+endfunction()

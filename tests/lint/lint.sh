@@ -28,7 +28,7 @@ files() {
 
 scripts() {
     files . '*' | while read -r file; do
-        if [[ "$(head -c 64 "$file" | tr -d '\0' | head -n 1)" =~ ^#!.*sh$ ]]; then
+        if [[ "$file" == *.sh || "$(head -c 64 "$file" | tr -d '\0' | head -n 1)" =~ ^#!.*sh$ ]]; then
             printf '%s\n' "$file"
         fi
     done
@@ -121,7 +121,7 @@ check_tidy() {
 check_scripts() {
     local found
     mapfile -t found < <(scripts)
-    shellcheck "${found[@]}" || complain "shellcheck"
+    shellcheck -x "${found[@]}" || complain "shellcheck"
 }
 
 case "$check" in
