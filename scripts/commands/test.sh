@@ -6,13 +6,15 @@
 # The presets of CMakePresets.json that are built; the tests of all of them run as one.
 presets=(release asan clang coverage armhf fuzz)
 selection=(-LE '^full$')
+lists=(build test coverage armhf)
 if [[ "${1-}" == --full ]]; then
     selection=()
+    lists+=(engines)
     shift
 fi
 takes_nothing "$@"
 
-need build test coverage armhf
+need "${lists[@]}"
 mkdir -p build/test
 : >build/test/CTestTestfile.cmake
 for preset in "${presets[@]}"; do
