@@ -135,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     DeadBus bus(words);
     const fuzz::Outcome outcome =
         fuzz::Run(bus, [&] { bbpflash_main(static_cast<int>(words.size()), argv.data()); });
-    Require(outcome.end == fuzz::End::EXITED && outcome.status == 1, "a dead bus ends with 1");
+    Require(outcome.end == fuzz::End::Exited && outcome.status == 1, "a dead bus ends with 1");
     Require(bus.Reached() == (words.size() > 1), "the bus only with an argument");
     return 0;
 }

@@ -362,16 +362,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     HostileChip chip(data, size);
     const fuzz::Outcome outcome = fuzz::Run(chip, [&chip] { RunCommand(chip); });
     switch (outcome.end) {
-        case fuzz::End::RETURNED:
+        case fuzz::End::Returned:
             break;
-        case fuzz::End::EXITED:
+        case fuzz::End::Exited:
             Require(chip.GetCommand() == WHOLE_RUN && outcome.status == 1,
                     "only a whole run exits, and with status 1");
             break;
-        case fuzz::End::NO_TEXT:
+        case fuzz::End::NoText:
             Require(chip.Answers() && chip.PayloadSize() == 0, "only a version without a text");
             break;
-        case fuzz::End::CUT_OFF:
+        case fuzz::End::CutOff:
             Require(chip.GetCommand() == CONFIGURATION || chip.GetCommand() == PROGRAM ||
                         chip.GetCommand() == WHOLE_RUN,
                     "only what reads or polls without bound is cut off");

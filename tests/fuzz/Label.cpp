@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(read == readable, "a label from any byte of it");
         Require(file_version == (read ? expected : "before"), "the label's text");
     });
-    Require(outcome.end == (readable && !expected ? fuzz::End::NO_TEXT : fuzz::End::RETURNED),
+    Require(outcome.end == (readable && !expected ? fuzz::End::NoText : fuzz::End::Returned),
             "only a label of blanks has no text");
     return 0;
 }

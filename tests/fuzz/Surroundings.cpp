@@ -81,7 +81,7 @@ void Forget(void* memory) {
 void Wait(unsigned long microseconds) {
     g_waited += microseconds;
     if (g_waited > LONGEST_WAIT) {
-        LeaveBy(End::CUT_OFF, 0);
+        LeaveBy(End::CutOff, 0);
     }
 }
 
@@ -176,7 +176,7 @@ const char* __asan_default_options() {
 
 int devctl(int, int dcmd, void* data, size_t nbytes, int*) {
     if (++fuzz::g_calls > fuzz::MOST_CALLS) {
-        fuzz::LeaveBy(fuzz::End::CUT_OFF, 0);
+        fuzz::LeaveBy(fuzz::End::CutOff, 0);
     }
     return fuzz::g_surroundings->Devctl(dcmd, static_cast<std::uint8_t*>(data), nbytes);
 }
@@ -202,7 +202,7 @@ void __wrap_exit(int status) {
     if (fuzz::g_surroundings == nullptr) {
         __real_exit(status);
     }
-    fuzz::LeaveBy(fuzz::End::EXITED, status);
+    fuzz::LeaveBy(fuzz::End::Exited, status);
 }
 
 // What is printed is not even formatted: a dump of a long request would cost more than all else.

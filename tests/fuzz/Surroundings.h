@@ -30,10 +30,10 @@ class Surroundings {
 };
 
 enum class End {
-    RETURNED,  // the code came to its end
-    EXITED,    // it called exit
-    NO_TEXT,   // a text without a non-blank ended in std::out_of_range
-    CUT_OFF    // it waited longer than any run may
+    Returned,  // the code came to its end
+    Exited,    // it called exit
+    NoText,    // a text without a non-blank ended in std::out_of_range
+    CutOff     // it waited longer than any run may
 };
 
 struct Outcome {
@@ -63,9 +63,9 @@ Outcome Run(Surroundings& surroundings, const Code& code) {
     if (setjmp(exit.jump) == 0) {
         try {
             code();
-            exit.outcome = {End::RETURNED, 0};
+            exit.outcome = {End::Returned, 0};
         } catch (const std::out_of_range&) {
-            exit.outcome = {End::NO_TEXT, 0};
+            exit.outcome = {End::NoText, 0};
         }
     }
     Leave();

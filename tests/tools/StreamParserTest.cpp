@@ -17,13 +17,13 @@ struct Event {
 class Reading {
   public:
     Reading(bbpflash_mode mode, const std::string& output, int exit_status = 0)
-        : parser(mode, [this](const bbpflash_event& event) {
+        : parser_(mode, [this](const bbpflash_event& event) {
               const std::string message =
                   event.message == nullptr ? "" : std::string(event.message, event.message_size);
               events.push_back({event, std::string(event.text, event.size), message});
           }) {
-        parser.Feed(output.data(), output.size());
-        verdict = parser.Finish(exit_status);
+        parser_.Feed(output.data(), output.size());
+        verdict = parser_.Finish(exit_status);
     }
 
     std::vector<bbpflash_line> Kinds() const {
@@ -43,13 +43,13 @@ class Reading {
     }
 
     const bbpflash_event& Last() const { return events.back().event; }
-    unsigned Problems() const { return parser.Problems(); }
+    unsigned Problems() const { return parser_.Problems(); }
 
     std::vector<Event> events;
     bbpflash_verdict verdict = BBPFLASH_VERDICT_DOUBTFUL;
 
   private:
-    tools::StreamParser parser;
+    tools::StreamParser parser_;
 };
 
 // The percentages of a download and, behind them, `rest`.

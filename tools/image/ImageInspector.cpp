@@ -28,30 +28,30 @@ constexpr std::uint64_t MAX_PAYLOAD = HcLogical::MAX_PAYLOAD;
 
 class Inspector {
   public:
-    explicit Inspector(const std::string& path) { report.path = path; }
+    explicit Inspector(const std::string& path) { report_.path = path; }
 
     ImageReport Run() {
         if (ReadFile()) {
             MeasureDownload();
             CheckLabel();
         }
-        return report;
+        return report_;
     }
 
   private:
     void Add(Grade grade, const char* code, const std::string& text) {
-        report.findings.push_back({grade, code, text});
+        report_.findings.push_back({grade, code, text});
     }
 
     // Takes size, digest and label field in one pass.
     bool ReadFile() {
         std::error_code error;
-        const auto status = std::filesystem::status(report.path, error);
+        const auto status = std::filesystem::status(report_.path, error);
         if (!error && !std::filesystem::is_regular_file(status)) {
             Add(Grade::Unusable, "unreadable", "it is no regular file");
             return false;
         }
-        std::ifstream file(report.path, std::ios::binary);
+        std::ifstream file(report_.path, std::ios::binary);
         if (!file) {
             Add(Grade::Unusable, "unreadable", std::string("opening it: ") + std::strerror(errno));
             return false;
@@ -63,27 +63,27 @@ class Inspector {
             const std::size_t count = static_cast<std::size_t>(file.gcount());
             digest.Update(block.data(), count);
             TakeField(block, count);
-            report.size += count;
+            report_.size += count;
         }
         if (file.bad()) {
             Add(Grade::Unusable, "unreadable", std::string("reading it: ") + std::strerror(errno));
             return false;
         }
-        report.sha256 = digest.Finish();
+        report_.sha256 = digest.Finish();
         return true;
     }
 
     // Keeps what the block at the file's position report.size holds of the label field.
     void TakeField(const std::string& block, std::size_t count) {
-        const std::uint64_t begin = std::max<std::uint64_t>(report.size, sim::LABEL_OFFSET);
-        const std::uint64_t end = std::min<std::uint64_t>(report.size + count, LABEL_END);
+        const std::uint64_t begin = std::max<std::uint64_t>(report_.size, sim::LABEL_OFFSET);
+        const std::uint64_t end = std::min<std::uint64_t>(report_.size + count, LABEL_END);
         if (begin < end) {
-            report.field += block.substr(begin - report.size, end - begin);
+            report_.field += block.substr(begin - report_.size, end - begin);
         }
     }
 
     void MeasureDownload() {
-        if (report.size >= static_cast<std::uint64_t>(HcLogical::TOTAL_LIMIT)) {
+        if (report_.size >= static_cast<std::uint64_t>(HcLogical::TOTAL_LIMIT)) {
             Add(Grade::Unusable, "too-many-segments",
                 "the download would have more than " + std::to_string(HcLogical::MAX_SEGMENTS) +
                     " segments; the largest image has " +
@@ -91,28 +91,28 @@ class Inspector {
         } else {
             I2cBus bus(0);
             HcLogical engine(&bus, 0);
-            engine.SetNumSegs(static_cast<int>(report.size));
-            report.segments = engine.numSegs;
+            engine.SetNumSegs(static_cast<int>(report_.size));
+            report_.segments = engine.numSegs;
         }
 
         // The first segment carries the function byte, too.
-        const std::uint64_t payload = report.size + 1;
+        const std::uint64_t payload = report_.size + 1;
         const std::uint64_t full = payload / MAX_PAYLOAD;
         const auto transfer = [](std::uint64_t bytes) {
             const sim::Duration time =
                 sim::WireTime(bytes, BUS_SPEED) + sim::WireTime(REPLY_READ_SIZE, BUS_SPEED);
             return std::chrono::duration<double>(time).count();
         };
-        report.wire_seconds = static_cast<double>(full) * transfer(HcLogical::MAX_SIZE);
+        report_.wire_seconds = static_cast<double>(full) * transfer(HcLogical::MAX_SIZE);
         if (payload % MAX_PAYLOAD != 0) {
-            report.wire_seconds += transfer(payload % MAX_PAYLOAD + HcLogical::OVERHEAD);
-        } else if (report.segments) {
+            report_.wire_seconds += transfer(payload % MAX_PAYLOAD + HcLogical::OVERHEAD);
+        } else if (report_.segments) {
             Add(Grade::Unusable, "full-last-segment",
                 "the last segment is exactly full, and the updater fails after it at the very end "
                 "of the download; pad the image by 1 byte");
         }
 
-        if (report.size > EXACT_PERCENTAGE_LIMIT) {
+        if (report_.size > EXACT_PERCENTAGE_LIMIT) {
             Add(Grade::Warnings, "percentage",
                 "above " + std::to_string(EXACT_PERCENTAGE_LIMIT) +
                     " bytes the updater's percentage is wrong");
@@ -120,10 +120,10 @@ class Inspector {
     }
 
     void CheckLabel() {
-        const LabelReading reading = ReadLabelAsUpdater(report.path);
+        const LabelReading reading = ReadLabelAsUpdater(report_.path);
         switch (reading.result) {
             case LabelReading::Result::Read:
-                report.label = reading.label;
+                report_.label = reading.label;
                 CheckText();
                 break;
             case LabelReading::Result::BreaksDown:
@@ -141,7 +141,7 @@ class Inspector {
         for (const std::string& message : reading.messages) {
             said += "; the updater says: " + message;
         }
-        if (report.size <= sim::LABEL_OFFSET) {
+        if (report_.size <= sim::LABEL_OFFSET) {
             Add(Grade::Unusable, "too-short",
                 "it ends before the label field, which begins at byte " +
                     std::to_string(sim::LABEL_OFFSET) + said);
@@ -152,13 +152,13 @@ class Inspector {
 
     // What makes a label that can be read one that no chip is likely to report.
     void CheckText() {
-        if (report.field.size() < sim::LABEL_SIZE) {
+        if (report_.field.size() < sim::LABEL_SIZE) {
             Add(Grade::Warnings, "cut-label",
                 "it ends inside the label field, whose missing bytes count as NULs of the label");
         }
-        const std::size_t first = report.field.find_first_not_of(' ');
-        const std::size_t last = report.field.find_last_not_of(' ');
-        const bool is_whole = report.field.size() == sim::LABEL_SIZE;
+        const std::size_t first = report_.field.find_first_not_of(' ');
+        const std::size_t last = report_.field.find_last_not_of(' ');
+        const bool is_whole = report_.field.size() == sim::LABEL_SIZE;
         if (is_whole && first == last) {
             Add(Grade::Warnings, "one-character-label",
                 "the field holds one character, which the updater reads with all the blanks behind "
@@ -171,13 +171,13 @@ class Inspector {
         const auto is_control = [](char byte) {
             return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F';
         };
-        if (std::any_of(report.label->begin(), report.label->end(), is_control)) {
+        if (std::any_of(report_.label->begin(), report_.label->end(), is_control)) {
             Add(Grade::Warnings, "control-characters",
                 "the label holds control characters, which the chip's version must have, too");
         }
     }
 
-    ImageReport report;
+    ImageReport report_;
 };
 
 }  // namespace

@@ -19,18 +19,18 @@ void Require(int result) {
 
 }  // namespace
 
-Sha256::Sha256() : context(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-    Require(context != nullptr ? EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) : 0);
+Sha256::Sha256() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
+    Require(context_ != nullptr ? EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) : 0);
 }
 
 void Sha256::Update(const char* bytes, std::size_t size) {
-    Require(EVP_DigestUpdate(context.get(), bytes, size));
+    Require(EVP_DigestUpdate(context_.get(), bytes, size));
 }
 
 std::string Sha256::Finish() {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
-    Require(EVP_DigestFinal_ex(context.get(), digest, &size));
+    Require(EVP_DigestFinal_ex(context_.get(), digest, &size));
     return Hex(std::string(reinterpret_cast<const char*>(digest), size));
 }
 

@@ -22,7 +22,7 @@ class Sha256 {
     std::string Finish();
 
   private:
-    std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> context;
+    std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> context_;
 };
 
 }  // namespace tools

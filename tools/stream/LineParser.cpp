@@ -139,23 +139,23 @@ Line ParseAlone(std::string_view text) {
 
 Line LineParser::Parse(std::string_view text) {
     Line line;
-    if (open == Open::Options) {
+    if (open_ == Open::Options) {
         line.kind = BBPFLASH_LINE_OPTIONS;
         if (EndsWith(text, OPTIONS_END)) {
-            open = Open::Nothing;
+            open_ = Open::Nothing;
         }
         return line;
     }
-    if (open != Open::Nothing && Continues(text)) {
+    if (open_ != Open::Nothing && Continues(text)) {
         line.kind = BBPFLASH_LINE_CONTINUATION;
         return line;
     }
     line = ParseAlone(text);
-    open_size = text.size();
-    open = Open::Nothing;
-    if (line.kind == BBPFLASH_LINE_MESSAGE && open_size < LONGEST_MESSAGE) {
-        open = OpenedBy(line);
-        if (open == Open::Options) {
+    open_size_ = text.size();
+    open_ = Open::Nothing;
+    if (line.kind == BBPFLASH_LINE_MESSAGE && open_size_ < LONGEST_MESSAGE) {
+        open_ = OpenedBy(line);
+        if (open_ == Open::Options) {
             line.kind = BBPFLASH_LINE_OPTIONS;
         }
     }
@@ -163,12 +163,12 @@ Line LineParser::Parse(std::string_view text) {
 }
 
 bool LineParser::Continues(std::string_view text) {
-    open_size += 1 + text.size();
-    if (open_size > LONGEST_MESSAGE) {
+    open_size_ += 1 + text.size();
+    if (open_size_ > LONGEST_MESSAGE) {
         return false;
     }
-    bool is_closed = open_size == LONGEST_MESSAGE;
-    switch (open) {
+    bool is_closed = open_size_ == LONGEST_MESSAGE;
+    switch (open_) {
         case Open::AfterVersion:
             if (text.empty() || (StartsWith(text, " @") && HasPosition(text))) {
                 is_closed = true;
@@ -176,7 +176,7 @@ bool LineParser::Continues(std::string_view text) {
             }
             [[fallthrough]];
         case Open::Version:
-            open = EndsWith(text, "\"") ? Open::AfterVersion : Open::Version;
+            open_ = EndsWith(text, "\"") ? Open::AfterVersion : Open::Version;
             break;
         case Open::Sending:
             is_closed = is_closed || EndsWith(WithoutPosition(text), SENDING_END);
@@ -186,7 +186,7 @@ bool LineParser::Continues(std::string_view text) {
             break;
     }
     if (is_closed) {
-        open = Open::Nothing;
+        open_ = Open::Nothing;
     }
     return true;
 }

@@ -36,8 +36,8 @@ class LineParser {
     // What is open after a whole line that is a message.
     Open OpenedBy(const Line& line) const;
 
-    Open open = Open::Nothing;
-    std::size_t open_size = 0;  // bytes of the open message so far, line breaks included
+    Open open_ = Open::Nothing;
+    std::size_t open_size_ = 0;  // bytes of the open message so far, line breaks included
 };
 
 }  // namespace tools

@@ -56,9 +56,9 @@ bool StartsWith(std::string_view text, std::string_view beginning) {
 
 }  // namespace
 
-StreamParser::StreamParser(bbpflash_mode the_mode, Handler the_handler)
-    : mode(the_mode), handler(std::move(the_handler)) {
-    text.reserve(BBPFLASH_LONGEST_LINE);
+StreamParser::StreamParser(bbpflash_mode mode, Handler handler)
+    : mode_(mode), handler_(std::move(handler)) {
+    text_.reserve(BBPFLASH_LONGEST_LINE);
 }
 
 void StreamParser::Feed(const char* bytes, std::size_t size) {
@@ -67,42 +67,42 @@ void StreamParser::Feed(const char* bytes, std::size_t size) {
             EndLine();
             continue;
         }
-        is_pending = true;
-        if (text.size() < BBPFLASH_LONGEST_LINE) {
-            text += bytes[i];
+        is_pending_ = true;
+        if (text_.size() < BBPFLASH_LONGEST_LINE) {
+            text_ += bytes[i];
         }
     }
 }
 
 void StreamParser::EndLine() {
-    const Line line = lines.Parse(text);
-    line_problems = 0;
+    const Line line = lines_.Parse(text_);
+    line_problems_ = 0;
     TakeLine(line);
-    if (handler) {
+    if (handler_) {
         bbpflash_event event;
         event.line = line.kind;
         event.level = line.level;
-        event.phase = phase;
-        event.pass = pass;
-        event.percent = percent;
-        event.refused = is_refused ? 1 : 0;
-        event.problems = line_problems;
-        event.text = text.data();
-        event.size = text.size();
+        event.phase = phase_;
+        event.pass = pass_;
+        event.percent = percent_;
+        event.refused = is_refused_ ? 1 : 0;
+        event.problems = line_problems_;
+        event.text = text_.data();
+        event.size = text_.size();
         event.message = line.kind == BBPFLASH_LINE_MESSAGE ? line.message.data() : nullptr;
         event.message_size = line.message.size();
-        handler(event);
+        handler_(event);
     }
-    text.clear();
-    is_pending = false;
+    text_.clear();
+    is_pending_ = false;
 }
 
 void StreamParser::TakeLine(const Line& line) {
-    if (phase == BBPFLASH_PHASE_ENDED) {
+    if (phase_ == BBPFLASH_PHASE_ENDED) {
         Complain(BBPFLASH_PROBLEM_AFTER_END);
     }
-    const bool is_after_100 = last == BBPFLASH_LINE_PERCENT && percent == ALL;
-    last = line.kind;
+    const bool is_after_100 = last_ == BBPFLASH_LINE_PERCENT && percent_ == ALL;
+    last_ = line.kind;
     if (is_after_100 != (line.kind == BBPFLASH_LINE_DONE)) {
         Complain(is_after_100 ? BBPFLASH_PROBLEM_ORDER : BBPFLASH_PROBLEM_DONE_WITHOUT_100);
     }
@@ -112,7 +112,7 @@ void StreamParser::TakeLine(const Line& line) {
             break;
         case BBPFLASH_LINE_DONE:
         case BBPFLASH_LINE_ERROR:
-            phase = BBPFLASH_PHASE_ENDED;
+            phase_ = BBPFLASH_PHASE_ENDED;
             break;
         case BBPFLASH_LINE_MESSAGE:
             TakeMessage(line);
@@ -125,7 +125,7 @@ void StreamParser::TakeLine(const Line& line) {
     }
     const bool is_of_status_mode =
         line.kind == BBPFLASH_LINE_PERCENT || line.kind == BBPFLASH_LINE_DONE;
-    if (mode == BBPFLASH_MODE_NARRATING && is_of_status_mode) {
+    if (mode_ == BBPFLASH_MODE_NARRATING && is_of_status_mode) {
         Complain(BBPFLASH_PROBLEM_UNKNOWN_LINE);
     }
 }
@@ -135,25 +135,25 @@ void StreamParser::TakePercent(int value) {
         TakeDownloadPercent(value);
         return;
     }
-    const bool is_burning = is_counting && percent >= LAST_OF_DOWNLOAD && percent < COMPLETE;
+    const bool is_burning = is_counting_ && percent_ >= LAST_OF_DOWNLOAD && percent_ < COMPLETE;
     switch (value) {
         case ERASING:
-            phase = BBPFLASH_PHASE_ERASE;
+            phase_ = BBPFLASH_PHASE_ERASE;
             break;
         case PROGRAMMING:
-            phase = BBPFLASH_PHASE_PROGRAM;
+            phase_ = BBPFLASH_PHASE_PROGRAM;
             break;
         case VERIFYING:
-            phase = BBPFLASH_PHASE_VERIFY;
+            phase_ = BBPFLASH_PHASE_VERIFY;
             break;
         case COMPLETE:
-            phase = BBPFLASH_PHASE_CHECK;
+            phase_ = BBPFLASH_PHASE_CHECK;
             break;
         case ALL:
-            if (pass != 0 && percent != COMPLETE) {
+            if (pass_ != 0 && percent_ != COMPLETE) {
                 Complain(BBPFLASH_PROBLEM_ORDER);
             }
-            percent = ALL;
+            percent_ = ALL;
             return;
         default:
             Complain(BBPFLASH_PROBLEM_NUMBER);
@@ -162,36 +162,36 @@ void StreamParser::TakePercent(int value) {
     if (!is_burning) {
         Complain(BBPFLASH_PROBLEM_ORDER);
     }
-    percent = value;
-    is_refused = false;
+    percent_ = value;
+    is_refused_ = false;
 }
 
 void StreamParser::TakeDownloadPercent(int value) {
-    const bool is_first_of_pass = phase == BBPFLASH_PHASE_DOWNLOAD && !is_counting;
+    const bool is_first_of_pass = phase_ == BBPFLASH_PHASE_DOWNLOAD && !is_counting_;
     if (MayBeginPass()) {
         BeginPass();
-    } else if (!is_first_of_pass && value <= percent) {
+    } else if (!is_first_of_pass && value <= percent_) {
         Complain(BBPFLASH_PROBLEM_FALLING);
     }
-    is_counting = true;
-    percent = value;
-    phase = value == LAST_OF_DOWNLOAD ? BBPFLASH_PHASE_BURN : BBPFLASH_PHASE_DOWNLOAD;
+    is_counting_ = true;
+    percent_ = value;
+    phase_ = value == LAST_OF_DOWNLOAD ? BBPFLASH_PHASE_BURN : BBPFLASH_PHASE_DOWNLOAD;
 }
 
 // Before the first pass, and when the one before it has ended with the chip's word.
 bool StreamParser::MayBeginPass() const {
-    return pass == 0 || phase == BBPFLASH_PHASE_CHECK;
+    return pass_ == 0 || phase_ == BBPFLASH_PHASE_CHECK;
 }
 
 void StreamParser::BeginPass() {
     if (!MayBeginPass()) {
         Complain(BBPFLASH_PROBLEM_ORDER);
     }
-    phase = BBPFLASH_PHASE_DOWNLOAD;
-    is_counting = false;
-    is_refused = false;
-    pass = std::min(pass + 1, MAX_PASSES + 1);
-    if (pass > MAX_PASSES) {
+    phase_ = BBPFLASH_PHASE_DOWNLOAD;
+    is_counting_ = false;
+    is_refused_ = false;
+    pass_ = std::min(pass_ + 1, MAX_PASSES + 1);
+    if (pass_ > MAX_PASSES) {
         Complain(BBPFLASH_PROBLEM_PASSES);
     }
 }
@@ -199,62 +199,62 @@ void StreamParser::BeginPass() {
 void StreamParser::TakeMessage(const Line& line) {
     const std::string_view message = line.message;
     if (line.level == BBPFLASH_LEVEL_ERROR) {
-        is_hint = is_hint || StartsWith(message, HINT);
-        is_refused = is_refused || std::any_of(std::begin(REFUSALS), std::end(REFUSALS),
-                                               [message](std::string_view refusal) {
-                                                   return StartsWith(message, refusal);
-                                               });
+        is_hint_ = is_hint_ || StartsWith(message, HINT);
+        is_refused_ = is_refused_ || std::any_of(std::begin(REFUSALS), std::end(REFUSALS),
+                                                 [message](std::string_view refusal) {
+                                                     return StartsWith(message, refusal);
+                                                 });
     } else if (line.level == BBPFLASH_LEVEL_INFO && StartsWith(message, "burning \"")) {
         BeginPass();
     } else if (line.level == BBPFLASH_LEVEL_PLAIN && StartsWith(message, "Sending \"")) {
         // The message before it, where it is shown, has begun the same pass.
-        if (phase != BBPFLASH_PHASE_DOWNLOAD) {
+        if (phase_ != BBPFLASH_PHASE_DOWNLOAD) {
             BeginPass();
         }
     } else if (line.level == BBPFLASH_LEVEL_PLAIN || line.level == BBPFLASH_LEVEL_INFO) {
         for (const Stage& stage : STAGES) {
             if (StartsWith(message, stage.beginning)) {
-                phase = stage.phase;
-                is_refused = false;
+                phase_ = stage.phase;
+                is_refused_ = false;
             }
         }
     }
 }
 
 void StreamParser::Complain(bbpflash_problem problem) {
-    line_problems |= problem;
-    problems |= problem;
+    line_problems_ |= problem;
+    problems_ |= problem;
 }
 
 bbpflash_verdict StreamParser::Finish(int exit_status) {
     // A run that a signal has ended may stop anywhere.
     const bool is_broken_off = exit_status > LAST_EXIT_STATUS;
-    if (is_pending) {
-        last = BBPFLASH_LINE_UNKNOWN;
+    if (is_pending_) {
+        last_ = BBPFLASH_LINE_UNKNOWN;
         if (!is_broken_off) {
             Complain(BBPFLASH_PROBLEM_UNFINISHED_LINE);
         }
     }
     CheckEnd(exit_status);
-    if (problems != 0) {
+    if (problems_ != 0) {
         return BBPFLASH_VERDICT_DOUBTFUL;
     }
     const bool is_success =
-        exit_status == 0 || (exit_status == BBPFLASH_STATUS_UNKNOWN && last == BBPFLASH_LINE_DONE);
+        exit_status == 0 || (exit_status == BBPFLASH_STATUS_UNKNOWN && last_ == BBPFLASH_LINE_DONE);
     return is_success ? BBPFLASH_VERDICT_SUCCESS : BBPFLASH_VERDICT_FAILURE;
 }
 
 void StreamParser::CheckEnd(int exit_status) {
-    const bool is_done = last == BBPFLASH_LINE_DONE;
-    const bool is_error = last == BBPFLASH_LINE_ERROR;
+    const bool is_done = last_ == BBPFLASH_LINE_DONE;
+    const bool is_error = last_ == BBPFLASH_LINE_ERROR;
     const bool is_success = exit_status == 0;
     if (exit_status != BBPFLASH_STATUS_UNKNOWN && (is_success ? is_error : is_done)) {
         Complain(BBPFLASH_PROBLEM_STATUS);
         return;
     }
-    const bool needs_done = is_success && mode == BBPFLASH_MODE_STATUS;
-    const bool needs_error = exit_status == EXIT_FAILURE && !is_hint;
-    const bool needs_either = exit_status == BBPFLASH_STATUS_UNKNOWN && !is_hint;
+    const bool needs_done = is_success && mode_ == BBPFLASH_MODE_STATUS;
+    const bool needs_error = exit_status == EXIT_FAILURE && !is_hint_;
+    const bool needs_either = exit_status == BBPFLASH_STATUS_UNKNOWN && !is_hint_;
     if ((needs_done && !is_done) || (needs_error && !is_error) ||
         (needs_either && !is_done && !is_error)) {
         Complain(BBPFLASH_PROBLEM_NO_END);

@@ -22,7 +22,7 @@ class StreamParser {
 
     bbpflash_verdict Finish(int exit_status);
 
-    unsigned Problems() const { return problems; }
+    unsigned Problems() const { return problems_; }
 
   private:
     void EndLine();
@@ -35,20 +35,20 @@ class StreamParser {
     void Complain(bbpflash_problem problem);
     void CheckEnd(int exit_status);
 
-    const bbpflash_mode mode;
-    const Handler handler;
-    LineParser lines;
-    std::string text;  // of the line that is not at its end yet
-    bool is_pending = false;
-    bbpflash_phase phase = BBPFLASH_PHASE_RESET;
-    bbpflash_line last = BBPFLASH_LINE_UNKNOWN;
-    int pass = 0;
-    int percent = 0;
-    bool is_counting = false;  // percentages of this pass have begun
-    bool is_refused = false;
-    bool is_hint = false;  // the usage hint was read
-    unsigned line_problems = 0;
-    unsigned problems = 0;
+    const bbpflash_mode mode_;
+    const Handler handler_;
+    LineParser lines_;
+    std::string text_;  // of the line that is not at its end yet
+    bool is_pending_ = false;
+    bbpflash_phase phase_ = BBPFLASH_PHASE_RESET;
+    bbpflash_line last_ = BBPFLASH_LINE_UNKNOWN;
+    int pass_ = 0;
+    int percent_ = 0;
+    bool is_counting_ = false;  // percentages of this pass have begun
+    bool is_refused_ = false;
+    bool is_hint_ = false;  // the usage hint was read
+    unsigned line_problems_ = 0;
+    unsigned problems_ = 0;
 };
 
 }  // namespace tools
