@@ -31,6 +31,15 @@ def make_image(path, version=NEW, size=1048576):
     return path
 
 
+def make_signer(folder, name):
+    '''Returns the files of a new key and its certificate.'''
+    key, certificate = folder / (name + '.key'), folder / (name + '.crt')
+    tool('openssl', 'req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:P-256',
+         '-nodes', '-keyout', key, '-out', certificate, '-days', '1', '-subj', '/CN=' + name,
+         '-addext', 'extendedKeyUsage=emailProtection')
+    return key, certificate
+
+
 @contextlib.contextmanager
 def temporary_folder():
     with tempfile.TemporaryDirectory(prefix='engine-') as folder:

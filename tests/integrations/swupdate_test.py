@@ -11,7 +11,8 @@ import struct
 import subprocess
 import unittest
 
-from head_unit import NEW, ROOT, HeadUnit, make_image, temporary_folder, tool, wait_until
+from head_unit import (NEW, ROOT, HeadUnit, make_image, make_signer, temporary_folder, tool,
+                       wait_until)
 
 INTEGRATION = ROOT / 'integrations/swupdate'
 SHORT_FORM = INTEGRATION / 'without-bbpwatch'
@@ -31,16 +32,9 @@ class Bench:
 
     def __init__(self, folder):
         self.folder = folder
-        self.key, self.certificate = self.make_signer('maker')
+        self.key, self.certificate = make_signer(folder, 'maker')
         self.image = make_image(folder / 'image.bin')
         self.update = self.make_update(self.image, self.key, self.certificate)
-
-    def make_signer(self, name):
-        key, certificate = self.folder / (name + '.key'), self.folder / (name + '.crt')
-        tool('openssl', 'req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:P-256',
-             '-nodes', '-keyout', key, '-out', certificate, '-days', '1', '-subj', '/CN=' + name,
-             '-addext', 'extendedKeyUsage=emailProtection')
-        return key, certificate
 
     def make_update(self, image, key, certificate):
         update = self.folder / 'update.swu'
@@ -151,7 +145,7 @@ class SwupdateTest(unittest.TestCase):
         self.never_starts('(?i)checksum|hash')
 
     def test_takes_nothing_that_another_signed(self):
-        self.bench.make_update(self.bench.image, *self.bench.make_signer('stranger'))
+        self.bench.make_update(self.bench.image, *make_signer(self.bench.folder, 'stranger'))
         self.never_starts('(?i)signature|verif')
 
     def test_takes_nothing_that_nobody_signed(self):
