@@ -22,7 +22,8 @@ if(BBP_HAS_FILE_PREFIX_MAP)
     add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 endif()
 
-set(BBP_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+# -Wpedantic is younger than the oldest compiler of the QNX platform, gcc 4.7.
+set(BBP_WARNINGS -Wall -Wextra -pedantic -Wconversion -Wshadow)
 if(BBP_WERROR)
     list(APPEND BBP_WARNINGS -Werror)
 endif()

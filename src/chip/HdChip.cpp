@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "chip/HdChip.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
 #include <new>
 
 #include "driver/driver_flags.h"
@@ -214,12 +213,16 @@ FILE* OpenImage(const char* path, int* size) {
         return 0;
     }
     const long position = ftell(file);
-    if (position == -1) {
+    *size = static_cast<int>(position);
+    if (*size != position) {
+        // Where a long is wider than an int, as ftell does where it is not.
+        errno = EOVERFLOW;
+        *size = -1;
+    }
+    if (*size == -1) {
         HUTIL_ERROR("getting file size with result \"%s\" (%d)", strerror(errno), errno);
         return 0;
     }
-    // Where a long is wider, a size past an int's end must stay one that is too large to send.
-    *size = static_cast<int>(std::min<long>(position, INT_MAX));
     HUTIL_INFO("filesize: %d", *size);
     if (fseek(file, 0, SEEK_SET) != 0) {
         HUTIL_ERROR("seeking beginning of file with result \"%s\" (%d)", strerror(errno), errno);

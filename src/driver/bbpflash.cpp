@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver/bbpflash.h"
 
+#include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <new>
 
 #include "hutil/hutil_init.h"

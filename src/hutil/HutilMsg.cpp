@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hutil/HutilMsg.h"
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
 #include <new>
 #include <string>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hutil/HutilOptions.h"
 
-#include <cstdio>
+#include <stdio.h>
 
 #include "hutil/HutilMsg.h"
 #include "platform/platform.h"

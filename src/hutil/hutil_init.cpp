@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hutil/hutil_init.h"
 
-#include <cstdlib>
+#include <stdio.h>
+#include <stdlib.h>
+
 #include <new>
 
 HutilOptions* g_p_hutil_opt = 0;

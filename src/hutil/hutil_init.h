@@ -2,7 +2,7 @@
 #ifndef BBPFLASH_HUTIL_HUTIL_INIT_H
 #define BBPFLASH_HUTIL_HUTIL_INIT_H
 
-#include <cstdio>
+#include <stdio.h>
 
 #include "hutil/HutilMsg.h"
 #include "hutil/HutilOptions.h"

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "i2c/HcI2cBuffer.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
@@ -125,8 +126,8 @@ int HcI2cBuffer::SendBuffer() {
     if (!Lock()) {
         return 0;
     }
-    const int result =
-        devctl(bus->fd, DCMD_I2C_SEND, buffer, static_cast<size_t>(GetLength() + HEADER_SIZE), 0);
+    const int result = devctl(bus->fd, static_cast<int>(DCMD_I2C_SEND), buffer,
+                              static_cast<size_t>(GetLength() + HEADER_SIZE), nullptr);
     if (result != 0) {
         // Relied on: the bus stays locked after a failed transfer.
         ReportFailure("DCMD_I2C_SEND", result);
@@ -143,7 +144,8 @@ int HcI2cBuffer::GetBuffer() {
         return 0;
     }
     SetLength(RX_READ_SIZE);
-    const int result = devctl(bus->fd, DCMD_I2C_RECV, buffer, HEADER_SIZE + RX_READ_SIZE, 0);
+    const int result = devctl(bus->fd, static_cast<int>(DCMD_I2C_RECV), buffer,
+                              HEADER_SIZE + RX_READ_SIZE, nullptr);
     if (result != 0) {
         // Relied on: the bus stays locked after a failed transfer.
         ReportFailure("DCMD_I2C_RECV", result);
@@ -156,17 +158,17 @@ int HcI2cBuffer::GetBuffer() {
 }
 
 bool HcI2cBuffer::Lock() {
-    const int result = devctl(bus->fd, DCMD_I2C_LOCK, 0, 0, 0);
+    const int result = devctl(bus->fd, DCMD_I2C_LOCK, nullptr, 0, nullptr);
     if (result != 0) {
         ReportFailure("DCMD_I2C_LOCK", result);
-        devctl(bus->fd, DCMD_I2C_UNLOCK, 0, 0, 0);
+        devctl(bus->fd, DCMD_I2C_UNLOCK, nullptr, 0, nullptr);
         return false;
     }
     return true;
 }
 
 bool HcI2cBuffer::Unlock() {
-    const int result = devctl(bus->fd, DCMD_I2C_UNLOCK, 0, 0, 0);
+    const int result = devctl(bus->fd, DCMD_I2C_UNLOCK, nullptr, 0, nullptr);
     if (result != 0) {
         ReportFailure("DCMD_I2C_UNLOCK", result);
         return false;

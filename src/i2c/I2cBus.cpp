@@ -2,9 +2,8 @@
 #include "i2c/I2cBus.h"
 
 #include <fcntl.h>
+#include <string.h>
 #include <unistd.h>
-
-#include <cstring>
 
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
@@ -43,7 +42,8 @@ int I2cBus::i2cOpen(const char* name, int new_speed) {
 }
 
 int I2cBus::i2cChangeSpeed(int new_speed) {
-    const int result = devctl(fd, DCMD_I2C_SET_BUS_SPEED, &new_speed, sizeof new_speed, 0);
+    const int result =
+        devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &new_speed, sizeof new_speed, nullptr);
     if (result != 0) {
         HUTIL_ERROR("Setting speed to %d on %s with result \"%s\" (%d)", new_speed, devName.c_str(),
                     strerror(result), result);

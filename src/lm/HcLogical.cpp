@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lm/HcLogical.h"
 
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <new>
 
 #include "hutil/hutil_init.h"

@@ -2,7 +2,8 @@
 #ifndef BBPFLASH_LM_HCLOGICAL_H
 #define BBPFLASH_LM_HCLOGICAL_H
 
-#include <cstdio>
+#include <stdio.h>
+
 #include <vector>
 
 #include "i2c/HcI2cBuffer.h"

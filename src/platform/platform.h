@@ -10,6 +10,7 @@
 
 #ifdef __QNX__
 
+// The commands there have the type of a sizeof: the caller makes an int of one that carries a size.
 #include <devctl.h>
 #include <hw/i2c.h>
 #include <sys/slog.h>
@@ -19,7 +20,7 @@
 
 #else
 
-#include <cstddef>
+#include <stddef.h>
 
 // glibc's getopt reorders the arguments unless its option string begins with a plus sign.
 #define PLATFORM_GETOPT_STOP "+"

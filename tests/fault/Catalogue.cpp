@@ -276,8 +276,10 @@ void Catalogue::ForEachFileFault(const Visit& visit) const {
     const auto happen = [&](const CallFault& fault) { visit(Injection::Of(Kind::File, fault)); };
     std::vector<long> lengths = {0,        1,         2033,      2034,      26843545,
                                  26843546, 133363723, 133363724, 2147483647};
-    if (std::numeric_limits<long>::max() > 2147483647) {
-        lengths.push_back(std::numeric_limits<long>::max());
+    for (const long long length : {2147483648, 4294967295, 4294967306, 9223372036854775807}) {
+        if (length <= std::numeric_limits<long>::max()) {
+            lengths.push_back(static_cast<long>(length));
+        }
     }
     for (const Place& place : places_) {
         const auto fail = [&](const Strike& strike) {

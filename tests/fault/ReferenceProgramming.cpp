@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A pass of programming: the download, and the wait for the chip.
-#include <algorithm>
+#include <cerrno>
 #include <limits>
 
 #include "tests/fault/Format.h"
@@ -39,7 +39,10 @@ bool ReferenceUpdate::OpenImage() {
         t_.Say(Level::Error, CHIP, FileError("getting file size"));
         return false;
     }
-    file_size_ = std::min<std::int64_t>(file_size_, std::numeric_limits<int>::max());
+    if (file_size_ > std::numeric_limits<std::int32_t>::max()) {
+        t_.Say(Level::Error, CHIP, "getting file size with result " + Quoted(EOVERFLOW));
+        return false;
+    }
     t_.Say(Level::Info, CHIP, "filesize: " + std::to_string(file_size_));
     if (t_.Next(CallKind::Fseek, 0).result != 0) {
         t_.Say(Level::Error, CHIP, FileError("seeking beginning of file"));

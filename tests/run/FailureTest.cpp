@@ -2,6 +2,7 @@
 // Every way in which a step of the driver fails: what is said, and that the run ends there.
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <ostream>
 
 #include "tests/run/RunTest.h"
@@ -26,6 +27,12 @@ std::ostream& operator<<(std::ostream& out, const Failure& failure) {
 class FailureTest : public RunTest, public ::testing::WithParamInterface<Failure> {};
 
 const char EIO_RESULT[] = "with result \"Input/output error\" (5)";
+
+// A file of this size, where ftell can say it; else ftell's error.
+Strike Size(long long size) {
+    const bool fits = size <= std::numeric_limits<long>::max();
+    return fits ? Value(static_cast<long>(size)) : Error(EOVERFLOW);
+}
 
 std::string Said(const std::string& text) {
     return "bbpflash " + text;
@@ -151,6 +158,14 @@ const std::vector<Failure> FAILURES = {
      0,
      Error(EIO),
      {Said("ERROR: getting file size ") + EIO_RESULT + " @HdChip",
+      Said("ERROR: Unable to program file @bbpflash")},
+     1},
+    {"ImageTooLargeForAnInt",
+     CallKind::Ftell,
+     0,
+     Size(2147483648),
+     {Said("ERROR: getting file size with result \"Value too large for defined data type\" (75) "
+           "@HdChip"),
       Said("ERROR: Unable to program file @bbpflash")},
      1},
     {"BeginningOfImageNotSought",

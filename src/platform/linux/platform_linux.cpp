@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The three functions of platform.h over i2c-dev, syslog and nanosleep.
+#include <errno.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <stdarg.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <syslog.h>
 #include <time.h>
-
-#include <cerrno>
-#include <cstdarg>
 
 #include "platform/platform.h"
 

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
 
 #include "tests/unit/chip/HdChipProgramBinFixture.h"
@@ -54,6 +55,43 @@ TEST_F(HdChipProgramBinPreparation, EachFailedMeasurementIsReportedBeforeTheChip
     g_fseek = nullptr;
     g_ftell = fail;
     expect_failure("getting file size");
+}
+
+// What ftell returns for a position: a long that cannot hold it is an overflow.
+long Tells(long long position) {
+    if (position > LONG_MAX) {
+        errno = EOVERFLOW;
+        return -1;
+    }
+    return static_cast<long>(position);
+}
+
+TEST_F(HdChipProgramBinPreparation, SizeThatNoIntHoldsLeavesTheChipAlone) {
+    const ImageFile image(10);
+    // The last is what a folder says of itself.
+    for (const long long size : {2147483648LL, 4294967295LL, 4294967296LL, 4294967306LL,
+                                 8589934591LL, 9223372036854775807LL}) {
+        platform.log.clear();
+        g_p_hutil_opt->verbosity = 6;
+        g_ftell = [size] { return Tells(size); };
+
+        EXPECT_FALSE(Program(image.path));
+
+        EXPECT_THAT(platform.Messages(), ElementsAre("ERROR: getting file size with result \"" +
+                                                     std::string(strerror(EOVERFLOW)) + "\" (" +
+                                                     std::to_string(EOVERFLOW) + ")"))
+            << size;
+        EXPECT_THAT(platform.trace, ElementsAre()) << size;
+    }
+}
+
+TEST_F(HdChipProgramBinPreparation, LargestIntIsASizeThatIsTooMuchForTheSegmentsOnly) {
+    const ImageFile image(10);
+    g_ftell = [] { return 2147483647L; };
+
+    EXPECT_FALSE(Program(image.path));
+
+    EXPECT_EQ(platform.Messages().back(), "ERROR: setting total number of segments");
 }
 
 TEST_F(HdChipProgramBinPreparation, TellsTheSizeBetweenTheTwoSeeks) {
@@ -249,15 +287,6 @@ TEST_F(HdChipProgramBinDownload, RefusesAnImageThatTakesTooManySegments) {
                             "ERROR: 133363724 would exceed maximum of 2^16 LM transfer capacity",
                             "ERROR: setting total number of segments"));
     EXPECT_EQ(platform.Requests().size(), 1u) << "only the lifting of the protection";
-}
-
-TEST_F(HdChipProgramBinDownload, RefusesAnImageLargerThanASizeCanTell) {
-    const ImageFile image(10);
-    g_ftell = [] { return LONG_MAX; };
-
-    EXPECT_FALSE(Program(image.path));
-
-    EXPECT_EQ(platform.Messages().back(), "ERROR: setting total number of segments");
 }
 
 TEST_F(HdChipProgramBinDownload, EndsAtTheFirstFailedStep) {
