@@ -108,7 +108,7 @@ TEST_F(Bbpwatch, LeavesTheUpdaterAndItsLockAliveWhenItIsKilled) {
     EXPECT_EQ(128 + SIGKILL, process.Wait().status);
     const Outcome second = system_test::RunToEnd(Command({}, {"true"}));
     EXPECT_EQ(75, second.status);
-    EXPECT_NE(std::string::npos, second.err.find("an update is running"));
+    EXPECT_NE(std::string::npos, second.err.find("another update runs"));
     Go();
     while (!Exists("end")) {
         usleep(2000);

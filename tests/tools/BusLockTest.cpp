@@ -5,27 +5,39 @@
 #include <unistd.h>
 
 #include <memory>
-#include <system_error>
+#include <string>
 
+#include "common/Failure.h"
+#include "common/Spawn.h"
 #include "tests/tools/TemporaryFolder.h"
 #include "tools/watch/BusLock.h"
 
 namespace {
 
-using tools::BusIsTaken;
 using tools::BusLock;
 
 class BusLockTest : public testing::Test {
   protected:
+    // What somebody is told who wants the lock, too; empty when it is free.
+    std::string Refusal() const {
+        try {
+            const BusLock lock(path);
+            return "";
+        } catch (const common::Failure& failure) {
+            EXPECT_EQ(tools::STATUS_TAKEN, failure.Status());
+            return failure.what();
+        }
+    }
+
     TemporaryFolder folder;
     const std::string path = folder.Path("lock");
 };
 
 TEST_F(BusLockTest, IsHeldByOneAtATime) {
     auto lock = std::make_unique<BusLock>(path);
-    EXPECT_THROW(BusLock{path}, BusIsTaken);
+    EXPECT_NE("", Refusal());
     lock.reset();
-    EXPECT_NO_THROW(BusLock{path});
+    EXPECT_EQ("", Refusal());
 }
 
 TEST_F(BusLockTest, LastsAsLongAsAChildThatHasIt) {
@@ -36,19 +48,49 @@ TEST_F(BusLockTest, LastsAsLongAsAChildThatHasIt) {
         _exit(0);
     }
     lock.reset();
-    EXPECT_THROW(BusLock{path}, BusIsTaken);
+    EXPECT_NE("", Refusal());
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    EXPECT_NO_THROW(BusLock{path});
+    EXPECT_EQ("", Refusal());
+}
+
+TEST_F(BusLockTest, NamesItsFileAndThoseWhoHoldIt) {
+    BusLock lock(path);
+    const std::string self = std::to_string(getpid());
+    EXPECT_EQ("another update runs on this bus: " + path + " is locked by process " + self,
+              Refusal());
+    lock.AddHolder(getppid());
+    EXPECT_EQ("another update runs on this bus: " + path + " is locked by processes " + self +
+                  " and " + std::to_string(getppid()),
+              Refusal());
+}
+
+TEST_F(BusLockTest, NamesNobodyWhoIsGone) {
+    const pid_t gone = common::Fork([] { return 0; });
+    common::WaitForEnd(gone);
+    BusLock lock(path);
+    folder.Write("lock", std::to_string(gone) + "\n");
+    EXPECT_NE(std::string::npos, Refusal().find("a process that left no number there"));
+}
+
+TEST_F(BusLockTest, IsOfTheSimulatedUnitInsideOne) {
+    const std::string outside = BusLock::DefaultPath();
+    std::filesystem::create_directories(folder.Path("dev"));
+    setenv("UMOCKDEV_DIR", folder.Path("").c_str(), 1);
+    EXPECT_EQ(outside, BusLock::DefaultPath()) << "a folder without a bus";
+    folder.Write("dev/i2c1", "");
+    EXPECT_EQ(folder.Path("") + "/bbpwatch.lock", BusLock::DefaultPath());
+    unsetenv("UMOCKDEV_DIR");
+    EXPECT_EQ(outside, BusLock::DefaultPath());
 }
 
 TEST_F(BusLockTest, IsAnErrorWhereNoFileCanBe) {
-    EXPECT_THROW(BusLock{folder.Path("missing/lock")}, std::system_error);
+    EXPECT_THROW(BusLock{folder.Path("missing/lock")}, common::Failure);
 }
 
 TEST_F(BusLockTest, FollowsNoLink) {
     std::filesystem::create_symlink("other", path);
-    EXPECT_THROW(BusLock{path}, std::system_error);
+    EXPECT_THROW(BusLock{path}, common::Failure);
 }
 
 }  // namespace

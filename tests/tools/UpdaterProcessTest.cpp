@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <system_error>
 
+#include "common/Failure.h"
 #include "tools/watch/UpdaterProcess.h"
 
 namespace {
@@ -68,9 +68,6 @@ TEST(UpdaterProcess, TellsTheSignalThatEndedIt) {
 
 TEST(UpdaterProcess, IsEndedWithAllThatItHasStarted) {
     UpdaterProcess process({"sh", "-c", "echo started; sleep 1000; echo never"});
-    process.Stop();
-    process.Continue();
-    process.Stop();
     process.Kill();
     EXPECT_EQ(128 + SIGKILL, StatusOf(process));
     // The end of the pipe: no process has it any more.
@@ -81,8 +78,9 @@ TEST(UpdaterProcess, SaysWhyItCannotBeStarted) {
     try {
         UpdaterProcess process({"no-such-program"});
         FAIL() << "it was started";
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(ENOENT, error.code().value());
+    } catch (const common::Failure& failure) {
+        EXPECT_EQ(ENOENT, failure.Error());
+        EXPECT_EQ(127, failure.Status());
     }
 }
 

@@ -19,7 +19,7 @@ constexpr std::size_t AT_ONCE = 512;
 }  // namespace
 
 void OutputQueue::Put(const std::string& text) {
-    if (!is_dead_ && pending_.size() + text.size() <= MOST_KEPT) {
+    if (error_ == 0 && pending_.size() + text.size() <= MOST_KEPT) {
         pending_ += text;
     }
     Flush();
@@ -36,8 +36,8 @@ bool OutputQueue::WriteSome(int timeout) {
         pending_.erase(0, static_cast<std::size_t>(count));
         return true;
     }
-    if (errno != EAGAIN && errno != EINTR) {
-        is_dead_ = true;
+    if (count == -1 && errno != EAGAIN && errno != EINTR) {
+        error_ = errno;
         pending_.clear();
     }
     return false;

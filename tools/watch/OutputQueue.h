@@ -27,12 +27,15 @@ class OutputQueue {
 
     int Descriptor() const { return descriptor_; }
 
+    // Why text was lost: an errno value, 0 when none was.
+    int Error() const { return error_; }
+
   private:
     bool WriteSome(int timeout);
 
     const int descriptor_;
     std::string pending_;
-    bool is_dead_ = false;
+    int error_ = 0;
 };
 
 }  // namespace tools

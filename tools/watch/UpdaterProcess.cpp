@@ -3,91 +3,51 @@
 
 #include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
-#include <system_error>
+
+#include "common/Failure.h"
+#include "common/Spawn.h"
+#include "tools/stream/bbpflash_stream.h"
 
 namespace tools {
 
 namespace {
 
-struct Pipe {
-    int read_end = -1;
-    int write_end = -1;
+// Of an updater that ended and that nobody could wait for.
+constexpr int STATUS_LOST = BBPFLASH_STATUS_UNKNOWN;
 
-    Pipe() {
-        std::array<int, 2> ends;
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            throw std::system_error(errno, std::generic_category(), "making a pipe");
-        }
-        read_end = ends[0];
-        write_end = ends[1];
+// A pipe whose reading never waits.
+common::Pipe MakeOutputPipe() {
+    common::Pipe pipe = common::MakePipe();
+    if (fcntl(pipe.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
+        throw common::ErrnoFailure("preparing a pipe", errno);
     }
-};
-
-// Never returns; what goes wrong is told as an errno value on the pipe.
-[[noreturn]] void BecomeUpdater(char** words, const Pipe& output, const Pipe& error_output,
-                                int failure_pipe) {
-    setsid();
-    // A signal that is ignored stays so in the new program.
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
-        std::signal(number, SIG_IGN);
-    }
-    const int nothing = open("/dev/null", O_RDONLY);
-    dup2(nothing, STDIN_FILENO);
-    dup2(output.write_end, STDOUT_FILENO);
-    dup2(error_output.write_end, STDERR_FILENO);
-    execvp(words[0], words);
-    const int error = errno;
-    const ssize_t told = write(failure_pipe, &error, sizeof error);
-    _exit(told == sizeof error ? 126 : 127);
+    return pipe;
 }
 
 }  // namespace
 
 UpdaterProcess::UpdaterProcess(const std::vector<std::string>& words) {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
+    const common::UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!nothing) {
+        throw common::ErrnoFailure("opening /dev/null", errno);
     }
-    arguments.push_back(nullptr);
-
-    const Pipe out;
-    const Pipe err;
-    const Pipe failure;
-    id_ = fork();
-    if (id_ == 0) {
-        BecomeUpdater(arguments.data(), out, err, failure.write_end);
-    }
-    const int fork_error = errno;
-    close(out.write_end);
-    close(err.write_end);
-    close(failure.write_end);
-    output_ = out.read_end;
-    error_output_ = err.read_end;
-    int error = 0;
-    if (id_ == -1) {
-        error = fork_error;
-    } else if (read(failure.read_end, &error, sizeof error) == sizeof error) {
-        waitpid(id_, nullptr, 0);
-    }
-    close(failure.read_end);
-    if (error != 0) {
-        close(output_);
-        close(error_output_);
-        throw std::system_error(error, std::generic_category(), "starting " + words[0]);
-    }
-    fcntl(output_, F_SETFL, O_NONBLOCK);
-    fcntl(error_output_, F_SETFL, O_NONBLOCK);
-}
-
-UpdaterProcess::~UpdaterProcess() {
-    close(output_);
-    close(error_output_);
+    common::Pipe output = MakeOutputPipe();
+    common::Pipe error_output = MakeOutputPipe();
+    common::Start start;
+    start.words = words;
+    start.standard_input = nothing.Get();
+    start.standard_output = output.write_end.Get();
+    start.standard_error = error_output.write_end.Get();
+    start.new_session = true;
+    start.ignored_signals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE};
+    start.signal_mask.emplace();
+    sigemptyset(&*start.signal_mask);
+    id_ = common::Spawn(start);
+    output_ = std::move(output.read_end);
+    error_output_ = std::move(error_output.read_end);
 }
 
 void UpdaterProcess::Look(int flags) {
@@ -96,33 +56,16 @@ void UpdaterProcess::Look(int flags) {
     do {
         result = waitpid(id_, &state, flags);
     } while (result == -1 && errno == EINTR);
-    if (result != id_) {
-        return;
+    if (result == id_) {
+        status_ = common::ExitStatus(state);
+    } else if (result == -1 && kill(id_, 0) != 0 && errno == ESRCH) {
+        status_ = STATUS_LOST;
     }
-    if (WIFSTOPPED(state)) {
-        is_stopped_ = true;
-    } else if (WIFEXITED(state)) {
-        status_ = WEXITSTATUS(state);
-    } else if (WIFSIGNALED(state)) {
-        status_ = 128 + WTERMSIG(state);
-    }
-}
-
-void UpdaterProcess::Stop() {
-    kill(-id_, SIGSTOP);
-    while (!is_stopped_ && !status_) {
-        Look(WUNTRACED);
-    }
-}
-
-void UpdaterProcess::Continue() {
-    is_stopped_ = false;
-    kill(-id_, SIGCONT);
 }
 
 void UpdaterProcess::Kill() {
     kill(-id_, SIGKILL);
-    while (!status_) {
+    if (!status_) {
         Look(0);
     }
 }

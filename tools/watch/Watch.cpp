@@ -106,6 +106,12 @@ bool Watch::MayEnd(Milliseconds now) {
     return false;
 }
 
+void Watch::CannotEnd(const std::string& reason, Milliseconds now) {
+    time_ = now;
+    is_requested_ = false;
+    Tell(WatchEvent::Kind::Note, "the update goes on: " + reason);
+}
+
 void Watch::HangUp(Milliseconds now) {
     time_ = now;
     Tell(WatchEvent::Kind::Note, "hung up; the update goes on");

@@ -52,6 +52,10 @@ class Watch {
     // and drops the request.
     bool MayEnd(Milliseconds now);
 
+    // The update could have been ended, but the system does not let us, for this reason. Drops the
+    // request.
+    void CannotEnd(const std::string& reason, Milliseconds now);
+
     // The terminal is gone; the update goes on.
     void HangUp(Milliseconds now);
 

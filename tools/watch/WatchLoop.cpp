@@ -8,11 +8,14 @@
 #include <cerrno>
 #include <csignal>
 
+#include "common/Failure.h"
+#include "tools/watch/Standstill.h"
+
 namespace tools {
 
 namespace {
 
-constexpr int TICK = 200;  // milliseconds
+constexpr Milliseconds TICK(200);
 
 constexpr Milliseconds LAST_OUTPUT(2000);
 
@@ -41,7 +44,7 @@ void WatchLoop::Wait(int first, int second) {
          {first, POLLIN, 0},
          {second, POLLIN, 0},
          {output_.IsPending() ? output_.Descriptor() : -1, POLLOUT, 0}}};
-    poll(entries.data(), entries.size(), TICK);
+    poll(entries.data(), entries.size(), static_cast<int>(TICK.count()));
     output_.Flush();
     TakeSignals();
 }
@@ -64,39 +67,63 @@ void WatchLoop::TakeSignals() {
     }
 }
 
-// Takes all that the updater has written so far.
-void WatchLoop::Drain(UpdaterProcess& updater) {
+// Takes all that there is to read now. Returns false at the stream's end.
+bool WatchLoop::TakeOutput(int descriptor, bool is_error_output) {
     char bytes[4096];
     ssize_t count;
-    while ((count = read(updater.Output(), bytes, sizeof bytes)) > 0) {
-        watch_.Take(bytes, static_cast<std::size_t>(count), Now());
+    while ((count = read(descriptor, bytes, sizeof bytes)) > 0) {
+        const std::size_t size = static_cast<std::size_t>(count);
+        if (is_error_output) {
+            watch_.TakeError(bytes, size, Now());
+        } else {
+            watch_.Take(bytes, size, Now());
+        }
     }
-    while ((count = read(updater.ErrorOutput(), bytes, sizeof bytes)) > 0) {
-        watch_.TakeError(bytes, static_cast<std::size_t>(count), Now());
+    return count != 0;
+}
+
+// A stream that is at its end would be readable for ever, and is asked no more.
+void WatchLoop::Drain(UpdaterProcess& updater) {
+    has_output_ = has_output_ && TakeOutput(updater.Output(), false);
+    has_error_output_ = has_error_output_ && TakeOutput(updater.ErrorOutput(), true);
+}
+
+// What is known decides first. What is still unread decides last: the updater is held still then,
+// so that what it has said is all that it has done.
+bool WatchLoop::TryToEnd(UpdaterProcess& updater) {
+    Drain(updater);
+    if (!watch_.MayEnd(Now())) {
+        return false;
+    }
+    try {
+        const Standstill standstill(updater.Id());
+        Drain(updater);
+        if (updater.Status() || !watch_.MayEnd(Now())) {
+            return false;
+        }
+        updater.Kill();
+        return true;
+    } catch (const common::Failure& failure) {
+        watch_.CannotEnd(failure.what(), Now());
+        return false;
     }
 }
 
-// The updater is held still while it is judged: what it has said is then all that it has done.
-bool WatchLoop::TryToEnd(UpdaterProcess& updater) {
-    updater.Stop();
-    Drain(updater);
-    const bool may_end = !updater.Status() && watch_.MayEnd(Now());
-    if (may_end) {
-        updater.Kill();
-    } else {
-        updater.Continue();
+void WatchLoop::Tick() {
+    if (Now() >= next_tick_) {
+        watch_.Tick(Now());
+        next_tick_ = Now() + TICK;
     }
-    return may_end;
 }
 
 int WatchLoop::Run(UpdaterProcess& updater) {
     bool is_ended = false;
     std::optional<int> status;
     while (!status) {
-        Wait(updater.Output(), updater.ErrorOutput());
+        Wait(has_output_ ? updater.Output() : -1, has_error_output_ ? updater.ErrorOutput() : -1);
         status = updater.Status();
         Drain(updater);
-        watch_.Tick(Now());
+        Tick();
         if (!status && watch_.IsRequested()) {
             is_ended = TryToEnd(updater);
             status = updater.Status();

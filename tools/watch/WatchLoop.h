@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "tools/watch/OutputQueue.h"
-#include "tools/watch/SignalPipe.h"
+#include "tools/watch/SignalQueue.h"
 #include "tools/watch/UpdaterProcess.h"
 #include "tools/watch/Watch.h"
 
@@ -15,7 +15,7 @@ namespace tools {
 class WatchLoop {
   public:
     // `output` is where reporters write; all of them stay the caller's.
-    WatchLoop(Watch& watch, SignalPipe& signals, OutputQueue& output)
+    WatchLoop(Watch& watch, SignalQueue& signals, OutputQueue& output)
         : watch_(watch), signals_(signals), output_(output) {}
 
     // Each returns bbpwatch's exit status: of an updater that is watched until it ends, or of
@@ -28,12 +28,17 @@ class WatchLoop {
     void Wait(int first, int second);
     void TakeSignals();
     void Drain(UpdaterProcess& updater);
+    bool TakeOutput(int descriptor, bool is_error_output);
     bool TryToEnd(UpdaterProcess& updater);
+    void Tick();
 
     Watch& watch_;
-    SignalPipe& signals_;
+    SignalQueue& signals_;
     OutputQueue& output_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    Milliseconds next_tick_{0};
+    bool has_output_ = true;  // the updater's streams are open
+    bool has_error_output_ = true;
     int request_ = 0;  // the signal that asks for the end
 };
 

@@ -11,10 +11,11 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <system_error>
 
+#include "common/Failure.h"
+#include "common/StandardDescriptors.h"
+#include "common/Text.h"
 #include "tools/image/ImageInspector.h"
-#include "tools/image/VisibleText.h"
 #include "tools/stream/UpdaterOptions.h"
 #include "tools/watch/BusLock.h"
 #include "tools/watch/Reporters.h"
@@ -26,14 +27,9 @@ using tools::Milliseconds;
 using Words = std::vector<std::string>;
 
 // Beyond what an updater ends with, in the manner of sysexits.h.
-enum ExitStatus {
-    ExitUsage = 64,
-    ExitImage = 65,
-    ExitSystem = 71,
-    ExitTaken = 75,
-    ExitNotExecutable = 126,
-    ExitNotFound = 127,
-};
+constexpr int STATUS_USAGE = 64;
+constexpr int STATUS_IMAGE = 65;
+constexpr int STATUS_SYSTEM = 71;
 
 constexpr Milliseconds SEGMENT_WAIT(1);  // between a segment and its acknowledgement, and a bit
 
@@ -73,14 +69,6 @@ std::string TimeOfDay() {
     char text[40];
     const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
     std::snprintf(text + size, sizeof text - size, ".%03dZ", static_cast<int>(milliseconds));
-    return text;
-}
-
-std::string Join(const Words& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
     return text;
 }
 
@@ -143,7 +131,7 @@ struct Audience {
     void AddLog(const std::string& path) {
         const int log = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
         if (log == -1) {
-            throw std::system_error(errno, std::generic_category(), "opening the log " + path);
+            throw common::ErrnoFailure("opening the log " + path, errno);
         }
         const auto write_line = [log](const std::string& line) {
             // A log that is full is no reason to disturb an update.
@@ -157,7 +145,7 @@ int WatchLines(const Options& options) {
     tools::WatchConfig config;
     config.stall = Milliseconds(static_cast<long long>(options.stall * 1000));
     Audience audience(options);
-    tools::SignalPipe signals;
+    tools::SignalQueue signals;
     tools::Watch watch(config, audience.All());
     watch.Start("standard input");
     return tools::WatchLoop(watch, signals, audience.output).Read(STDIN_FILENO);
@@ -171,35 +159,35 @@ int WatchCommand(const Options& options) {
     config.only_asks = updater_options.info_only && !updater_options.force;
     config.stall = Milliseconds(static_cast<long long>(options.stall * 1000));
 
-    const tools::BusLock lock(options.lock);
+    tools::BusLock lock(options.lock);
     if (!config.only_asks && !updater_options.image.empty()) {
         const tools::ImageReport report = tools::InspectImage(updater_options.image);
         Expect(report, config);
         if (!options.no_check && !IsUsable(report)) {
-            std::cerr << "bbpwatch: not started: no update can succeed with this image\n";
-            return ExitImage;
+            throw common::Failure("not started: no update can succeed with this image",
+                                  STATUS_IMAGE);
         }
         if (!updater_options.status) {
             std::cerr << "bbpwatch: without -s the updater tells little of how far it is\n";
         }
     }
     Audience audience(options);
-    tools::SignalPipe signals;
+    tools::SignalQueue signals;
     tools::Watch watch(config, audience.All());
     tools::UpdaterProcess updater(options.command);
-    watch.Start(Join(options.command));
+    lock.AddHolder(updater.Id());
+    watch.Start(common::Join(options.command, " "));
     return tools::WatchLoop(watch, signals, audience.output).Run(updater);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Options options;
+// Returns the exit status where help was all that was asked for.
+std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     CLI::App app("Watches an update: bbpwatch [OPTIONS] -- bbpflash -s image.bin", "bbpwatch");
+    app.set_version_flag("--version", "bbpwatch " BBP_VERSION);
     app.add_flag("--json", options.as_json, "Tell each event as a line of JSON");
     app.add_option("--log", options.log, "Append all that the updater prints, with times");
     app.add_option("--stall", options.stall, "Seconds of silence that are too many")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
     app.add_flag("--no-check", options.no_check, "Start even with an image that cannot succeed");
     app.add_option("--lock", options.lock, "File that keeps a second update away")
@@ -213,21 +201,27 @@ int main(int argc, char** argv) {
         "126 and 127 updater not started, 128 and more: ended by a signal, or on request.");
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success& asked) {
+        return app.exit(asked);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : ExitUsage;
+        throw common::Failure(std::string(error.what()) + " (bbpwatch --help lists the options)",
+                              STATUS_USAGE);
     }
-    try {
-        return options.command.empty() ? WatchLines(options) : WatchCommand(options);
-    } catch (const tools::BusIsTaken& error) {
-        std::cerr << "bbpwatch: " << error.what() << "\n";
-        return ExitTaken;
-    } catch (const std::system_error& error) {
-        std::cerr << "bbpwatch: " << error.what() << "\n";
-        const bool is_start = std::string(error.what()).rfind("starting ", 0) == 0;
-        const bool is_missing = error.code().value() == ENOENT;
-        return !is_start ? ExitSystem : is_missing ? ExitNotFound : ExitNotExecutable;
-    } catch (const std::exception& error) {
-        std::cerr << "bbpwatch: " << error.what() << "\n";
-        return ExitSystem;
+    return std::nullopt;
+}
+
+int Run(int argc, char** argv) {
+    Options options;
+    const std::optional<int> answered = ParseOptions(argc, argv, options);
+    if (answered) {
+        return *answered;
     }
+    return options.command.empty() ? WatchLines(options) : WatchCommand(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    common::OpenMissingStandardDescriptors();
+    return common::RunProgram("bbpwatch", STATUS_SYSTEM, [&] { return Run(argc, argv); });
 }
