@@ -9,7 +9,7 @@ selection=(-LE '^full$')
 lists=(build test coverage armhf)
 if [[ "${1-}" == --full ]]; then
     selection=()
-    lists+=(engines faultcalls)
+    lists+=(engines faultcalls packaging)
     shift
 fi
 takes_nothing "$@"

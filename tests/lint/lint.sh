@@ -47,7 +47,7 @@ check_licence() {
     while read -r file; do
         head -n 5 "$file" | grep -q 'SPDX-License-Identifier: Apache-2.0' ||
             complain "$file: no SPDX-License-Identifier"
-    done < <(files . '*' | grep -vE '^\./LICENSE(S/|$)|\.(json|use|png|pcap|vcd|bin)$|/corpus/|/data/')
+    done < <(files . '*' | grep -vE '^\./LICENSE(S/|$)|\.(json|use|png|pcap|vcd|bin)$|/corpus/|/data/|^\./debian/(changelog|source/format)$')
 }
 
 # A header includes what it needs itself, with either compiler.

@@ -21,5 +21,6 @@ same CHANGELOG.md "$(sed -nE 's/^## \[([0-9.]+)\].*/\1/p' "$root/CHANGELOG.md" |
 for page in "$root"/docs/man/*.1; do
     same "$page" "$(sed -nE 's/^\.TH [A-Z]+ 1 "" "bbpflash (.*)" "User Commands"$/\1/p' "$page")"
 done
+same debian/changelog "$(sed -nE '1s/^bbpflash \((.*)\) .*/\1/p' "$root/debian/changelog")"
 same "bbpsim --version" "$("$build/bin/bbpsim" --version)"
 ((failures == 0))
