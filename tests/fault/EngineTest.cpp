@@ -19,9 +19,9 @@ const Kind ALL_KINDS[] = {Kind::Bus,    Kind::Reply,  Kind::Chip, Kind::File,
 // A sound run of which single calls can be changed afterwards.
 class EngineTest : public ::testing::Test {
   protected:
-    EngineTest() : unit(scenario.Chip()) {
-        scenario.PutFiles(unit.files);
-        result = unit.Run(scenario.Arguments());
+    EngineTest() : unit_(scenario_.Chip()) {
+        scenario_.PutFiles(unit_.files);
+        result_ = unit_.Run(scenario_.Arguments());
     }
 
     using Change = std::function<bool(Call&, std::string&)>;
@@ -30,16 +30,16 @@ class EngineTest : public ::testing::Test {
     // its data, and returns whether the call stays.
     std::string Judge(const Change& change) {
         virt::CallLog log;
-        for (const Call& original : unit.Log().Calls()) {
+        for (const Call& original : unit_.Log().Calls()) {
             Call call = original;
-            std::string data(unit.Log().Data(original));
+            std::string data(unit_.Log().Data(original));
             if (change(call, data)) {
                 log.Add(call.kind, call.at) = call;
                 log.Attach(data.data(), data.size());
             }
         }
-        Transcript transcript(log, result);
-        ReferenceUpdate reference(transcript, scenario.Arguments());
+        Transcript transcript(log, result_);
+        ReferenceUpdate reference(transcript, scenario_.Arguments());
         try {
             reference.Run();
         } catch (const RunEnds& end) {
@@ -64,9 +64,9 @@ class EngineTest : public ::testing::Test {
 
     static bool Remove(Call& /*call*/, std::string& /*data*/) { return false; }
 
-    const Scenario scenario = Scenario::Of("-s,5000,update");
-    virt::VirtualHeadUnit unit;
-    virt::RunResult result;
+    const Scenario scenario_ = Scenario::Of("-s,5000,update");
+    virt::VirtualHeadUnit unit_;
+    virt::RunResult result_;
 };
 
 }  // namespace
@@ -76,14 +76,14 @@ TEST_F(EngineTest, SoundRunIsFoundSound) {
 }
 
 TEST_F(EngineTest, EveryCallThatIsMissingIsMissed) {
-    const std::size_t count = unit.Log().Calls().size();
+    const std::size_t count = unit_.Log().Calls().size();
     for (std::size_t missing = 0; missing < count; ++missing) {
-        if (unit.Log().Calls()[missing].kind == CallKind::NewStorage) {
+        if (unit_.Log().Calls()[missing].kind == CallKind::NewStorage) {
             continue;  // the library's own affair
         }
         std::size_t at = 0;
         EXPECT_NE("", Judge([&](Call&, std::string&) { return at++ != missing; }))
-            << Describe(unit.Log(), unit.Log().Calls()[missing]);
+            << Describe(unit_.Log(), unit_.Log().Calls()[missing]);
     }
 }
 
@@ -119,7 +119,7 @@ TEST_F(EngineTest, LineOfOutputThatIsWrongIsSeen) {
 }
 
 TEST_F(EngineTest, WrongStatusIsSeen) {
-    result.status = 1;
+    result_.status = 1;
     EXPECT_NE("", Judge([](Call&, std::string&) { return true; }));
 }
 
@@ -140,11 +140,11 @@ TEST_F(EngineTest, FlashThatIsNotTheImageIsSeenAfterASuccess) {
     facts.label_known = true;
     facts.version = "2.0.0";
     facts.label = "2.0.0";
-    facts.image = scenario.Image();
+    facts.image = scenario_.Image();
     const Injection none{Kind::Bus, 0, {}};
-    EXPECT_EQ("", Violation(scenario, none, unit, result, facts));
+    EXPECT_EQ("", Violation(scenario_, none, unit_, result_, facts));
     facts.image[77] = static_cast<std::uint8_t>(facts.image[77] + 1);
-    EXPECT_NE("", Violation(scenario, none, unit, result, facts));
+    EXPECT_NE("", Violation(scenario_, none, unit_, result_, facts));
 }
 
 TEST(InjectionTest, EachHasAnIdOfItsOwnThatLeadsBackToIt) {
