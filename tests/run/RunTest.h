@@ -38,14 +38,15 @@ class Strikes : public virt::CallHook {
 // Whole runs. Without further word, the chip has the firmware "1.0.0", takes no more than two polls
 // for each phase of its burn, and image.bin is an image of 1 MiB with the label of "2.0.0".
 class RunTest : public ::testing::Test {
-  protected:
-    RunTest();
-
+  public:
     // Takes effect when they are set before the first run.
     sim::ChipConfig chip;
     std::vector<sim::Fault> faults;
 
     Strikes strikes;
+
+  protected:
+    RunTest();
 
     // The head unit with its files, made when first used.
     virt::VirtualHeadUnit& Unit();

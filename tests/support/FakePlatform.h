@@ -150,11 +150,12 @@ testing::Matcher<const std::string&> Prints(const std::string& text);
 // A fresh platform and fresh message objects for each test. The program's name is "bbpflash", the
 // verbosity 0.
 class PlatformTest : public ::testing::Test {
+  public:
+    Platform platform;
+
   protected:
     PlatformTest();
     ~PlatformTest() override;
-
-    Platform platform;
 };
 
 }  // namespace fake

@@ -66,7 +66,7 @@ std::string ToText(const ImageReport& report) {
         if (report.segments) {
             text += Line("segments", std::to_string(*report.segments));
         }
-        text += Line("wire time", wire_time.str() + " s at 400 HZ");
+        text += Line("wire time", wire_time.str() + " s at 400 kHz");
         text += Line("sha256", report.sha256);
         text += Line("field", DescribeField(report.field));
         text += Line("label", DescribeLabel(report.label));

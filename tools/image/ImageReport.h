@@ -25,7 +25,7 @@ struct ImageReport {
     std::string path;
     std::uint64_t size = 0;            // bytes
     std::optional<int> segments;       // of the download; nothing when it cannot be numbered
-    double wire_seconds = 0;           // the download's bytes at 400 HZ, replies included
+    double wire_seconds = 0;           // the download's bytes at 400 kHz, replies included
     std::string sha256;                // lower-case hexadecimal digits; empty when unreadable
     std::string field;                 // the label field, as far as the file has it
     std::optional<std::string> label;  // as the updater reads it
