@@ -8,8 +8,9 @@
 
 #include <new>
 
-#include "driver/driver_flags.h"
+#include "chip/version_text.h"
 #include "hutil/hutil_init.h"
+#include "hutil/run_flags.h"
 #include "platform/platform.h"
 
 namespace {
@@ -59,7 +60,7 @@ const int CONFIGURATION_SIZE = 256;  // bytes, after the kind
 const size_t CONFIGURATION_ALIGNMENT = 16;
 
 enum Outcome {
-    ANSWERED,
+    ALL_WELL,  // as far as it has come
     NO_ENGINE,
     NO_SEGMENTS,  // the number of segments could not be set
     STEP_FAILED
@@ -74,7 +75,7 @@ bool BeginSegment(HcLogical* lm, unsigned char opcode, int size) {
 }
 
 // Starts a command of `total` bytes for the number of segments and `size` for the first one's
-// length, and puts its function byte in. Returns ANSWERED, so far, or what failed.
+// length, and puts its function byte in. Returns ALL_WELL or what failed.
 Outcome BeginCommand(HcLogical* lm, unsigned char opcode, unsigned char function, int total,
                      int size) {
     lm->Reset(false);
@@ -89,7 +90,7 @@ Outcome BeginCommand(HcLogical* lm, unsigned char opcode, unsigned char function
         HUTIL_ERROR("filling");
         return STEP_FAILED;
     }
-    return ANSWERED;
+    return ALL_WELL;
 }
 
 bool TerminateSegment(HcLogical* lm) {
@@ -112,32 +113,32 @@ bool SendSegment(HcLogical* lm, int payload, useconds_t wait) {
 
 // Sends a short command and waits until its reply can be fetched.
 Outcome SendCommand(HcLogical* lm, const Command& command) {
-    if (lm == 0) {
+    if (lm == nullptr) {
         return NO_ENGINE;
     }
     const Outcome begun =
         BeginCommand(lm, command.opcode, command.function, COMMAND_TOTAL, COMMAND_PAYLOAD);
-    if (begun != ANSWERED) {
+    if (begun != ALL_WELL) {
         return begun;
     }
     if (!TerminateSegment(lm) || !SendSegment(lm, COMMAND_PAYLOAD, command.wait)) {
         return STEP_FAILED;
     }
-    return ANSWERED;
+    return ALL_WELL;
 }
 
 // Sends a short command and fetches its short reply into `reply`, REPLY_SIZE bytes, cleared first.
 Outcome Ask(HcLogical* lm, const Command& command, unsigned char* reply) {
     memset(reply, 0, REPLY_SIZE);
     const Outcome sent = SendCommand(lm, command);
-    if (sent != ANSWERED) {
+    if (sent != ALL_WELL) {
         return sent;
     }
     if (!lm->RetrieveShort(reply)) {
         HUTIL_ERROR("confirming");
         return STEP_FAILED;
     }
-    return ANSWERED;
+    return ALL_WELL;
 }
 
 // How a status query words what is going on.
@@ -190,27 +191,27 @@ int ReportStatus(int status, const StatusWords& words) {
 int QueryStatus(HcLogical* lm, const Command& command, int position, const StatusWords& words) {
     unsigned char reply[REPLY_SIZE];
     switch (Ask(lm, command, reply)) {
-        case ANSWERED:
+        case ALL_WELL:
             return ReportStatus(reply[position], words);
         case NO_SEGMENTS:
-            // Relied on: this one failure is 0, all others are -1.
+            // Kept: this one failure is 0, all others are -1; 14 bytes never fail there.
             return 0;
         default:
             return -1;
     }
 }
 
-// Opens the image file at its beginning and measures it. Returns null, reported, on a failure. The
-// file stays open until the process ends.
+// Opens the image file at its beginning and measures it. Returns null, reported, on a failure.
+// Kept: the file stays open until the process ends; a run opens three of them at most.
 FILE* OpenImage(const char* path, int* size) {
     FILE* const file = fopen(path, "r");
-    if (file == 0) {
+    if (file == nullptr) {
         HUTIL_ERROR("opening binary file %s", path);
-        return 0;
+        return nullptr;
     }
     if (fseek(file, 0, SEEK_END) != 0) {
         HUTIL_ERROR("seeking end of file with result \"%s\" (%d)", strerror(errno), errno);
-        return 0;
+        return nullptr;
     }
     const long position = ftell(file);
     *size = static_cast<int>(position);
@@ -221,12 +222,12 @@ FILE* OpenImage(const char* path, int* size) {
     }
     if (*size == -1) {
         HUTIL_ERROR("getting file size with result \"%s\" (%d)", strerror(errno), errno);
-        return 0;
+        return nullptr;
     }
     HUTIL_INFO("filesize: %d", *size);
     if (fseek(file, 0, SEEK_SET) != 0) {
         HUTIL_ERROR("seeking beginning of file with result \"%s\" (%d)", strerror(errno), errno);
-        return 0;
+        return nullptr;
     }
     return file;
 }
@@ -234,45 +235,69 @@ FILE* OpenImage(const char* path, int* size) {
 // The share of the download in a run's 100 per cent.
 const unsigned int DOWNLOAD_PERCENT = 80;
 
-// Relied on: exact up to 26843545 bytes; beyond, the product wraps in 32 bits.
-int DownloadPercentage(int sent, int size) {
-    return static_cast<int>(static_cast<unsigned int>(sent) * DOWNLOAD_PERCENT) / size;
+// Status mode's percentage of the download on standard output, a line whenever it changes.
+class DownloadPercentage {
+  public:
+    explicit DownloadPercentage(int image_size) : size(image_size), last(0) {}
+
+    void Show(int sent) {
+        // A file that was empty when it was measured has no percentage.
+        if (!g_options[OPTION_STATUS] || size <= 0) {
+            return;
+        }
+        // Kept: exact up to 26843545 bytes, beyond the product wraps in 32 bits; no image is as
+        // long.
+        const int percentage =
+            static_cast<int>(static_cast<unsigned int>(sent) * DOWNLOAD_PERCENT) / size;
+        if (percentage != last) {
+            printf("%d\n", percentage);
+            last = percentage;
+        }
+    }
+
+  private:
+    const int size;
+    int last;
+};
+
+// Sends what `file` still holds for the segment that was begun, and has it acknowledged. Returns
+// the number of file bytes, 0, reported, on a failure.
+int SendImageSegment(HcLogical* lm, FILE* file) {
+    const int filled = lm->Fill(file);
+    // Kept: a file that ends just where a segment does comes here once more, and fails before the
+    // chip has written anything; the tool that makes images keeps them from ending there.
+    if (filled == 0) {
+        HUTIL_ERROR("filling");
+        return 0;
+    }
+    if (!TerminateSegment(lm)) {
+        return 0;
+    }
+    const int payload = lm->txBuffer->GetLength() - HcLogical::OVERHEAD;
+    if (!SendSegment(lm, payload, SEGMENT_WAIT)) {
+        return 0;
+    }
+    if (!lm->RetrieveShort(nullptr)) {
+        HUTIL_ERROR("confirming BIN write");
+        return 0;
+    }
+    return filled;
 }
 
 // Sends the whole file as one logical message, segment by segment, each acknowledged.
 bool Download(HcLogical* lm, FILE* file, int size) {
-    if (BeginCommand(lm, OPCODE_FLASH, FUNCTION_PROGRAM, size, size) != ANSWERED) {
+    if (BeginCommand(lm, OPCODE_FLASH, FUNCTION_PROGRAM, size, size) != ALL_WELL) {
         return false;
     }
+    DownloadPercentage percentage(size);
     int remaining = size;
-    int last_percentage = 0;
     for (;;) {
-        const int filled = lm->Fill(file);
-        // Relied on: a file that ends just where a segment does comes here once more, and fails.
-        if (filled == 0) {
-            HUTIL_ERROR("filling");
+        const int sent = SendImageSegment(lm, file);
+        if (sent == 0) {
             return false;
         }
-        if (!TerminateSegment(lm)) {
-            return false;
-        }
-        const int payload = lm->txBuffer->GetLength() - HcLogical::OVERHEAD;
-        if (!SendSegment(lm, payload, SEGMENT_WAIT)) {
-            return false;
-        }
-        if (!lm->RetrieveShort(0)) {
-            HUTIL_ERROR("confirming BIN write");
-            return false;
-        }
-        remaining -= filled;
-        // A file that was empty when it was measured has no percentage.
-        if (g_options[OPTION_STATUS] && size > 0) {
-            const int percentage = DownloadPercentage(size - remaining, size);
-            if (percentage != last_percentage) {
-                printf("%d\n", percentage);
-                last_percentage = percentage;
-            }
-        }
+        remaining -= sent;
+        percentage.Show(size - remaining);
         fflush(stdout);
         if (feof(file)) {
             return true;
@@ -319,21 +344,52 @@ void TellStatus(int status) {
     }
 }
 
+// Waits until the chip has programmed its flash, without bound: an interruption then would corrupt
+// it. In status mode it writes the percentages, else it tells the stages.
+bool WaitUntilProgrammed(HdChip* chip) {
+    int last_status = 0;
+    for (;;) {
+        delay(POLL_INTERVAL);
+        const int status = chip->ProgramWriteStatus();
+        // Kept: no status is 255, a failed query is -1; the wait must go on after that one.
+        if (status == 255) {
+            HUTIL_ERROR("Unable to get system status");
+            return false;
+        }
+        if (status != last_status) {
+            if (g_options[OPTION_STATUS]) {
+                printf("%s", StatusPercentage(status));
+                fflush(stdout);
+            } else {
+                TellStatus(status);
+            }
+            last_status = status;
+        }
+        if (status == PGM_COMPLETE) {
+            return true;
+        }
+    }
+}
+
 }  // namespace
 
 HdChip::HdChip(bustype_t type)
-    : chipName(CHIP_NAME), i2cAddress(CHIP_ADDRESS), busSpeed(CHIP_BUS_SPEED), lm(0), bus(0) {
+    : chipName(CHIP_NAME),
+      i2cAddress(CHIP_ADDRESS),
+      busSpeed(CHIP_BUS_SPEED),
+      lm(nullptr),
+      bus(nullptr) {
     if (type != BUSTYPE_I2C) {
         HUTIL_CRITICAL("unhandled bus type (I2C only at this time)");
         hutil_fail();
     }
     bus = new (std::nothrow) I2cBus(CHIP_ADDRESS);
-    if (bus == 0) {
+    if (bus == nullptr) {
         HUTIL_CRITICAL("instantiating an I2C bus object");
         hutil_fail();
     }
     lm = new (std::nothrow) HcLogical(bus, static_cast<unsigned char>(i2cAddress));
-    if (lm == 0) {
+    if (lm == nullptr) {
         HUTIL_CRITICAL("instantiating an LM");
         hutil_fail();
     }
@@ -358,7 +414,7 @@ I2cBus* HdChip::GetBus() {
 
 bool HdChip::GetVersion(std::string& version) {
     unsigned char reply[REPLY_SIZE];
-    if (Ask(lm, READ_VERSION, reply) != ANSWERED) {
+    if (Ask(lm, READ_VERSION, reply) != ALL_WELL) {
         return false;
     }
     // Byte 0 is no text. The text takes the payload's full length from byte 1 on, so its last byte
@@ -366,20 +422,17 @@ bool HdChip::GetVersion(std::string& version) {
     const size_t length = static_cast<size_t>(lm->GetRxPayloadSize());
     const std::string text(reinterpret_cast<const char*>(reply) + 1, length);
     version.clear();
-    const size_t first = text.find_first_not_of(' ');
-    const size_t last = text.find_last_not_of(' ');
-    // Relied on: the last two characters go, which are the payload's closing NUL and the one
-    // behind.
-    version = text.substr(first, last - first - 1);
+    // The two characters that go are the payload's closing NUL and the one behind.
+    version = TrimmedVersion(text);
     return true;
 }
 
 bool HdChip::PrintSysCfg() {
-    if (SendCommand(lm, READ_CONFIGURATION) != ANSWERED) {
+    if (SendCommand(lm, READ_CONFIGURATION) != ALL_WELL) {
         return false;
     }
     const size_t size = 1 + CONFIGURATION_SIZE;
-    void* memory = 0;
+    void* memory = nullptr;
     if (posix_memalign(&memory, CONFIGURATION_ALIGNMENT, size) != 0) {
         HUTIL_ERROR("allocating memory buffer");
         return false;
@@ -414,19 +467,19 @@ int HdChip::GetNvmStatus() {
 }
 
 int HdChip::ProgramWriteStatus() {
-    // Relied on: this status is byte 1 of the reply, the other query's is byte 0.
+    // The chip puts this status into byte 1 of its reply, the other query's into byte 0.
     return QueryStatus(lm, PROGRAM_STATUS, 1, PROGRAM_STATUS_WORDS);
 }
 
 bool HdChip::UnprotectNvm() {
     unsigned char reply[REPLY_SIZE];
-    return Ask(lm, UNPROTECT, reply) == ANSWERED;
+    return Ask(lm, UNPROTECT, reply) == ALL_WELL;
 }
 
 bool HdChip::ProgramBin(std::string& path) {
     int size = 0;
     FILE* const file = OpenImage(path.c_str(), &size);
-    if (file == 0) {
+    if (file == nullptr) {
         return false;
     }
     if (!UnprotectNvm()) {
@@ -437,7 +490,7 @@ bool HdChip::ProgramBin(std::string& path) {
     if (!g_options[OPTION_STATUS]) {
         HUTIL_PLAIN("Sending \"%s\" to BBP", path.c_str());
     }
-    if (lm == 0) {
+    if (lm == nullptr) {
         return false;
     }
     if (!Download(lm, file, size)) {
@@ -446,27 +499,5 @@ bool HdChip::ProgramBin(std::string& path) {
     HUTIL_INFO("Completed file transmission, waiting for chip to program itself");
     lm->Reset(false);
 
-    // Without bound: an interruption while the chip writes its flash would corrupt it.
-    int last_status = 0;
-    for (;;) {
-        delay(POLL_INTERVAL);
-        const int status = ProgramWriteStatus();
-        // Relied on: a failed query is -1, never 255, so the wait goes on after it.
-        if (status == 255) {
-            HUTIL_ERROR("Unable to get system status");
-            return false;
-        }
-        if (status != last_status) {
-            if (g_options[OPTION_STATUS]) {
-                printf("%s", StatusPercentage(status));
-                fflush(stdout);
-            } else {
-                TellStatus(status);
-            }
-            last_status = status;
-        }
-        if (status == PGM_COMPLETE) {
-            return true;
-        }
-    }
+    return WaitUntilProgrammed(this);
 }

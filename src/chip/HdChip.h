@@ -8,7 +8,7 @@
 #include "lm/HcLogical.h"
 
 // How the chip is reached; I2C is the only way.
-typedef int bustype_t;
+using bustype_t = int;
 const bustype_t BUSTYPE_I2C = 0;
 
 // The chip's code for what its flash is doing, Pgm_Write_Status.
@@ -33,8 +33,11 @@ class HdChip {
     // than BUSTYPE_I2C or when there is no memory.
     explicit HdChip(bustype_t type);
 
+    HdChip(const HdChip&) = delete;
+    HdChip& operator=(const HdChip&) = delete;
+
     // Deletes the bus.
-    // Relied on: the engine is left to the end of the process.
+    // Kept: the engine is left to the end of the process; nothing follows that would need its room.
     virtual ~HdChip();
 
     // Opens the bus device at `device` with `speed` bits per second. Returns whether it is ready.
@@ -45,7 +48,8 @@ class HdChip {
 
     // Reads the version text of the installed firmware into `version`: without surrounding blanks
     // and without its last two characters. Returns false, with `version` as it was, on a failure.
-    // Relied on: a reply without payload ends in std::out_of_range, `version` being empty by then.
+    // Kept: a reply without payload ends in std::out_of_range, `version` being empty by then; a
+    // chip that does not know its version is never taken for one that has the image's.
     bool GetVersion(std::string& version);
 
     // Reports the kind of the active system configuration and dumps its 256 bytes to standard
@@ -54,7 +58,7 @@ class HdChip {
 
     // The flash's status: PGM_COMPLETE, PGM_IDLE, PGM_ERASING, PGM_PROGRAMMING or PGM_VERIFYING; -1
     // for an error status, reported, and for a failed query.
-    // Relied on: 0 when the number of segments could not be set.
+    // Kept: 0 when the number of segments could not be set; 14 bytes never fail there.
     int GetNvmStatus();
 
     // As GetNvmStatus, while the chip programs its flash.
@@ -73,10 +77,6 @@ class HdChip {
     int busSpeed;          // bits per second; kept only, OpenChip is told the speed
     HcLogical* lm;         // owned
     I2cBus* bus;           // owned
-
-  private:
-    HdChip(const HdChip&);
-    HdChip& operator=(const HdChip&);
 };
 
 #endif

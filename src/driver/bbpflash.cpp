@@ -10,13 +10,14 @@
 
 #include <new>
 
+#include "chip/version_text.h"
 #include "hutil/hutil_init.h"
 #include "platform/platform.h"
 
 std::string installed_version;
 std::string file_version;
 std::string filename;
-HdChip* p_ischip = 0;
+HdChip* p_ischip = nullptr;
 bool g_options[OPTION_COUNT];
 int state = STATE_INIT;
 
@@ -64,10 +65,49 @@ void ParseOptions(int argc, char** argv) {
     HUTIL_INFO("additional option (f = %s)", TrueOrFalse(g_options[OPTION_FORCE]));
 }
 
+// Does what the state asks for and goes to the next one. `tries` counts the passes of programming.
+void Advance(int* tries) {
+    switch (state) {
+        case STATE_INIT:
+            state = bbpflash_init();
+            break;
+
+        case STATE_RESET:
+            state = bbpflash_reset();
+            break;
+
+        case STATE_CHECK_VERSION:
+            state = bbpflash_check_version();
+            // Relied on: force overrules whatever the check found, a failure too, once.
+            if (g_options[OPTION_FORCE]) {
+                state = STATE_PROGRAM;
+                g_options[OPTION_FORCE] = false;
+            }
+            break;
+
+        case STATE_PROGRAM:
+            *tries += 1;
+            if (*tries > MAX_PROGRAMMING_TRIES) {
+                HUTIL_CRITICAL("maximum number of programming tries exceeded");
+                hutil_fail();
+            }
+            state = bbpflash_program();
+            break;
+
+        case STATE_FAILED:
+            HUTIL_CRITICAL("Programming terminated");
+            hutil_fail();
+
+        default:
+            HUTIL_CRITICAL("Unknown programming state (%d)", state);
+            hutil_fail();
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    p_ischip = 0;
+    p_ischip = nullptr;
     hutil_init(argc, argv);
     ParseOptions(argc, argv);
 
@@ -82,58 +122,22 @@ int main(int argc, char** argv) {
 
     state = STATE_INIT;
     int tries = 0;
-    for (;;) {
-        switch (state) {
-            case STATE_INIT:
-                state = bbpflash_init();
-                break;
-
-            case STATE_RESET:
-                state = bbpflash_reset();
-                break;
-
-            case STATE_CHECK_VERSION:
-                state = bbpflash_check_version();
-                // Relied on: force overrules whatever the check found, a failure too, once.
-                if (g_options[OPTION_FORCE]) {
-                    state = STATE_PROGRAM;
-                    g_options[OPTION_FORCE] = false;
-                }
-                break;
-
-            case STATE_PROGRAM:
-                tries += 1;
-                if (tries > MAX_PROGRAMMING_TRIES) {
-                    HUTIL_CRITICAL("maximum number of programming tries exceeded");
-                    hutil_fail();
-                }
-                state = bbpflash_program();
-                break;
-
-            case STATE_DONE:
-                delete p_ischip;
-                if (g_options[OPTION_STATUS]) {
-                    fprintf(stdout, "100\n");
-                    fprintf(stdout, "DONE\n");
-                }
-                fflush(stdout);
-                return 0;
-
-            case STATE_FAILED:
-                HUTIL_CRITICAL("Programming terminated");
-                hutil_fail();
-
-            default:
-                HUTIL_CRITICAL("Unknown programming state (%d)", state);
-                hutil_fail();
-        }
+    while (state != STATE_DONE) {
+        Advance(&tries);
     }
+    delete p_ischip;
+    if (g_options[OPTION_STATUS]) {
+        fprintf(stdout, "100\n");
+        fprintf(stdout, "DONE\n");
+    }
+    fflush(stdout);
+    return 0;
 }
 
 int bbpflash_init() {
     HUTIL_INFO("Initializing update system and i2c bus");
     p_ischip = new (std::nothrow) HdChip(BUSTYPE_I2C);
-    if (p_ischip == 0) {
+    if (p_ischip == nullptr) {
         HUTIL_ERROR("Instantiating bus and chip");
         return STATE_FAILED;
     }
@@ -147,7 +151,7 @@ int bbpflash_init() {
 
 int bbpflash_reset() {
     HUTIL_INFO("Doing hardware reset of HD module");
-    // Relied on: the device stays open until the process ends.
+    // Kept: the device stays open until the process ends; a run opens it four times at most.
     const int line = open(RESET_DEVICE, O_RDWR);
     if (line == -1) {
         HUTIL_ERROR("Opening %s", RESET_DEVICE);
@@ -212,9 +216,9 @@ int bbpflash_program() {
 }
 
 bool get_bin_file_version(std::string& version, std::string&) {
-    // Relied on: the stream stays open until the process ends.
+    // Kept: the stream stays open until the process ends; a run opens four of them at most.
     FILE* const image = fopen(filename.c_str(), "r");
-    if (image == 0) {
+    if (image == nullptr) {
         HUTIL_ERROR("opening bin file %s", filename.c_str());
         return false;
     }
@@ -228,9 +232,6 @@ bool get_bin_file_version(std::string& version, std::string&) {
         return false;
     }
     version.assign(field, sizeof field);
-    const size_t first = version.find_first_not_of(' ');
-    const size_t last = version.find_last_not_of(' ');
-    // Relied on: the last two characters go, as they do from the version that the chip reports.
-    version = version.substr(first, last - first - 1);
+    version = TrimmedVersion(version);
     return true;
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "chip/HdChip.h"
-#include "driver/driver_flags.h"
+#include "hutil/run_flags.h"
 
 // What `state` holds and every step returns: what is to be done next.
 enum State {
@@ -41,7 +41,8 @@ int bbpflash_program();
 // Reads the label of the image at the path `filename`, whatever `file` says, into `version`: the
 // field at a fixed place in the image, without surrounding blanks and without its last two
 // characters. Returns false, reported, when it cannot be read; `version` is then as it was.
-// Relied on: a field of blanks alone ends in std::out_of_range.
+// Kept: a field of blanks alone ends in std::out_of_range, with the blanks in `version`; an image
+// without a label is then never taken for the installed one.
 bool get_bin_file_version(std::string& version, std::string& file);
 
 #endif

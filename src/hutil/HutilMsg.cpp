@@ -19,7 +19,7 @@ const unsigned int HIGHEST_LEVEL = 5;
 
 // By level; a level without a prefix prints nothing.
 const char* const PREFIXES[HIGHEST_LEVEL + 1] = {
-    "%s MSG: ", "%s CRITICAL: ", "%s ERROR: ", "%s WRN: ", 0, "%s INF: "};
+    "%s MSG: ", "%s CRITICAL: ", "%s ERROR: ", "%s WRN: ", nullptr, "%s INF: "};
 
 // One line of text in a buffer on the stack: what does not fit is cut at the buffer's end.
 class Text {
@@ -60,7 +60,7 @@ class Text {
 
 std::string BaseName(const char* path) {
     const char* slash = strrchr(path, '/');
-    return std::string(slash != 0 ? slash + 1 : path);
+    return std::string(slash != nullptr ? slash + 1 : path);
 }
 
 }  // namespace
@@ -71,7 +71,7 @@ HutilMsg::HutilMsg(int argc, char** argv) : options(new (std::nothrow) HutilOpti
 
 HutilMsg::HutilMsg() : options(new (std::nothrow) HutilOptions()) {}
 
-HutilMsg::~HutilMsg() {}
+HutilMsg::~HutilMsg() = default;
 
 void HutilMsg::displayMessage(int level, const char* file, int line, const char* format, ...) {
     const std::string name = BaseName(file);
@@ -80,7 +80,7 @@ void HutilMsg::displayMessage(int level, const char* file, int line, const char*
         return;
     }
     const char* const prefix = PREFIXES[level];
-    if (prefix == 0) {
+    if (prefix == nullptr) {
         return;
     }
     if (level == INFO && options->verbosity <= INFO_VERBOSITY) {
@@ -109,7 +109,8 @@ void HutilMsg::displayMessage(int level, const char* file, int line, const char*
             return;
         }
     } else {
-        // Relied on: a line without a position is ended twice, the second time past what is shown.
+        // Kept: a line without a position is ended twice, the second time past what is shown; a
+        // dump of the memory shows it where it has always been.
         text.EndAgain(message_length);
     }
 

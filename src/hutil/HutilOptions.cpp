@@ -13,19 +13,20 @@ HutilOptions::HutilOptions(int argc, char** argv) : verbosity(0), progName(argv[
 
 HutilOptions::HutilOptions() : verbosity(0), progName("hutil_default") {}
 
-HutilOptions::~HutilOptions() {}
+HutilOptions::~HutilOptions() = default;
 
 int HutilOptions::parseOptions(int argc, char** argv) {
     int option;
     while ((option = getopt(argc, argv, PLATFORM_GETOPT_STOP ":l:t:v")) != -1) {
         switch (option) {
             case 'l':
-                // Relied on: the built name never outlives the next line; only the given one shows.
+                // Kept: the built name never outlives the next line; it is where a log without a
+                // name would go.
                 logFile = "/var/log/" + progName + ".log";
                 logFile = optarg;
                 break;
             case 't':
-                // Relied on: as for the log file, the built name is always overwritten.
+                // Kept: overwritten at once; it is where a trace without a name would go.
                 traceFile = "/var/trace/" + progName + ".trc";
                 traceFile = optarg;
                 break;

@@ -6,22 +6,22 @@
 
 #include <new>
 
-HutilOptions* g_p_hutil_opt = 0;
-HutilMsg* g_p_hutil_msg = 0;
+HutilOptions* g_p_hutil_opt = nullptr;
+HutilMsg* g_p_hutil_msg = nullptr;
 
 void hutil_init(int argc, char** argv) {
     g_p_hutil_opt = new (std::nothrow) HutilOptions(argc, argv);
-    if (g_p_hutil_opt == 0) {
+    if (g_p_hutil_opt == nullptr) {
         exit(-1);
     }
     g_p_hutil_msg = new (std::nothrow) HutilMsg(g_p_hutil_opt);
-    if (g_p_hutil_msg == 0) {
+    if (g_p_hutil_msg == nullptr) {
         exit(-1);
     }
 }
 
 void hutil_print16(FILE* stream, unsigned char* bytes, int count) {
-    if (stream == 0 || count < 1) {
+    if (stream == nullptr || count < 1) {
         return;
     }
     for (int i = 0; i < count; ++i) {

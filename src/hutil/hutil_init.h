@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reporting, for every room: the message macros, the failing end of a run, the hex dump, and the
+// two objects behind them.
 #ifndef BBPFLASH_HUTIL_HUTIL_INIT_H
 #define BBPFLASH_HUTIL_HUTIL_INIT_H
 

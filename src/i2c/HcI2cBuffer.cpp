@@ -7,28 +7,14 @@
 #include <string.h>
 
 #include "hutil/hutil_init.h"
+#include "platform/little_endian.h"
 #include "platform/platform.h"
 
-namespace {
-
-void PutWord(unsigned char* at, unsigned int value) {
-    for (int i = 0; i < 4; ++i) {
-        at[i] = static_cast<unsigned char>((value >> (8 * i)) & 0xFF);
-    }
-}
-
-unsigned int GetWord(const unsigned char* at) {
-    unsigned int value = 0;
-    for (int i = 3; i >= 0; --i) {
-        value = value << 8 | at[i];
-    }
-    return value;
-}
-
-}  // namespace
+using little_endian::Get32;
+using little_endian::Put32;
 
 HcI2cBuffer::HcI2cBuffer(I2cBus* the_bus, unsigned char chip_address, char type)
-    : data(0), rxLength(0), address(chip_address), buffer(0), bus(the_bus) {
+    : data(nullptr), rxLength(0), address(chip_address), buffer(nullptr), bus(the_bus) {
     size_t size = 0;
     int data_offset = HEADER_SIZE;
     switch (type) {
@@ -44,9 +30,10 @@ HcI2cBuffer::HcI2cBuffer(I2cBus* the_bus, unsigned char chip_address, char type)
             hutil_fail();
     }
 
-    void* memory = 0;
+    void* memory = nullptr;
     if (posix_memalign(&memory, ALIGNMENT, size) != 0) {
-        // Relied on: errno is shown, not the result; and "tx" also for a chunk to receive into.
+        // Kept: errno is shown, not the result, and "tx" also for a chunk to receive into; logs are
+        // compared by their words.
         HUTIL_CRITICAL("could not allocate memory for i2c tx buffer with result \"%s\" (%d)",
                        strerror(errno), errno);
         hutil_fail();
@@ -54,8 +41,8 @@ HcI2cBuffer::HcI2cBuffer(I2cBus* the_bus, unsigned char chip_address, char type)
     buffer = static_cast<unsigned char*>(memory);
     memset(buffer, 0, size);
     data = buffer + data_offset;
-    PutWord(buffer + ADDRESS_OFFSET, address >> 1);
-    PutWord(buffer + FORMAT_OFFSET, FORMAT_7BIT);
+    Put32(buffer + ADDRESS_OFFSET, address >> 1);
+    Put32(buffer + FORMAT_OFFSET, FORMAT_7BIT);
 }
 
 HcI2cBuffer::~HcI2cBuffer() {
@@ -72,9 +59,9 @@ int HcI2cBuffer::FillBuffer(unsigned char byte) {
 }
 
 int HcI2cBuffer::FillBuffer(unsigned char* src, int* len) {
-    if (src == 0 || len == 0) {
+    if (src == nullptr || len == nullptr) {
         SetLength(0);
-        if (len != 0) {
+        if (len != nullptr) {
             *len = 0;
         }
         return 0;
@@ -115,10 +102,11 @@ int HcI2cBuffer::CopyData(unsigned char* dst, int max) {
 }
 
 void HcI2cBuffer::ShowMsg() {
-    // Relied on: the labels [8] and [12] are swapped against the offsets that they show.
+    // Kept: the labels [8] and [12] are swapped against the offsets that they show; logs are
+    // compared by their words.
     printf("I2C message chunk, addr[0]=0x%02X  fmt[4]=0x%02X  stop[8]=%s  len[12]=0x%02X\n",
-           GetWord(buffer + ADDRESS_OFFSET), GetWord(buffer + FORMAT_OFFSET),
-           GetWord(buffer + STOP_OFFSET) != 0 ? "yes" : "no", GetWord(buffer + LENGTH_OFFSET));
+           Get32(buffer + ADDRESS_OFFSET), Get32(buffer + FORMAT_OFFSET),
+           Get32(buffer + STOP_OFFSET) != 0 ? "yes" : "no", Get32(buffer + LENGTH_OFFSET));
     hutil_print16(stderr, data, GetLength());
 }
 
@@ -129,12 +117,12 @@ int HcI2cBuffer::SendBuffer() {
     const int result = devctl(bus->fd, static_cast<int>(DCMD_I2C_SEND), buffer,
                               static_cast<size_t>(GetLength() + HEADER_SIZE), nullptr);
     if (result != 0) {
-        // Relied on: the bus stays locked after a failed transfer.
+        // Kept: the bus stays locked after a failed transfer; the run ends soon, and its lock then.
         ReportFailure("DCMD_I2C_SEND", result);
         ShowMsg();
         return 0;
     }
-    // Relied on: a failed unlock does not fail a send, the data went out.
+    // Relied on: a failed unlock does not fail a send, the data went out and the run goes on.
     Unlock();
     return 1;
 }
@@ -147,7 +135,7 @@ int HcI2cBuffer::GetBuffer() {
     const int result = devctl(bus->fd, static_cast<int>(DCMD_I2C_RECV), buffer,
                               HEADER_SIZE + RX_READ_SIZE, nullptr);
     if (result != 0) {
-        // Relied on: the bus stays locked after a failed transfer.
+        // Kept: the bus stays locked after a failed transfer; the run ends soon, and its lock then.
         ReportFailure("DCMD_I2C_RECV", result);
         ShowMsg();
         return 0;
@@ -182,13 +170,13 @@ void HcI2cBuffer::ReportFailure(const char* command, int result) {
 }
 
 int HcI2cBuffer::GetLength() const {
-    return static_cast<int>(GetWord(buffer + LENGTH_OFFSET));
+    return static_cast<int>(Get32(buffer + LENGTH_OFFSET));
 }
 
 void HcI2cBuffer::SetLength(int length) {
-    PutWord(buffer + LENGTH_OFFSET, static_cast<unsigned int>(length));
+    Put32(buffer + LENGTH_OFFSET, static_cast<unsigned int>(length));
 }
 
 void HcI2cBuffer::SetStop(int stop) {
-    PutWord(buffer + STOP_OFFSET, static_cast<unsigned int>(stop));
+    Put32(buffer + STOP_OFFSET, static_cast<unsigned int>(stop));
 }

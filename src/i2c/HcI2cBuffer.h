@@ -38,19 +38,24 @@ class HcI2cBuffer {
     // when there is no memory.
     HcI2cBuffer(I2cBus* bus, unsigned char address, char type);
 
+    HcI2cBuffer(const HcI2cBuffer&) = delete;
+    HcI2cBuffer& operator=(const HcI2cBuffer&) = delete;
+
     virtual ~HcI2cBuffer();
 
     // Appends one byte to a chunk to send. Returns 1, or 0 when it is full.
     int FillBuffer(unsigned char byte);
 
     // Replaces the content of a chunk to send by the first `*len` bytes of `src`, at most 2048, and
-    // stores in `*len` how many it took. Returns 1, or 0 when `src` or `len` is null.
+    // stores in `*len` how many it took. Returns 1. When `src` or `len` is null it empties the
+    // chunk, stores 0 in `*len` if there is one, and returns 0.
     int FillBuffer(unsigned char* src, int* len);
 
     // How many more bytes a chunk to send takes, at most 2048.
     int GetSpace();
 
-    // Where the next byte goes, inside the chunk's own memory.
+    // Where the next byte goes: inside the chunk's own memory while there is space, just behind its
+    // end when it is full.
     unsigned char* GetCurrentPosition();
 
     // The count byte of a received chunk, 0..255 as the chip sent it.
@@ -66,12 +71,12 @@ class HcI2cBuffer {
     // Prints the header to standard output and the payload to standard error.
     void ShowMsg();
 
-    // Sends the filled bytes as one write, under the bus lock. Returns 1, or 0 on a failure. A
-    // failed transfer leaves the bus locked.
+    // Sends the filled bytes as one write, under the bus lock. Returns 1, or 0 on a failure, which
+    // a refused unlock is not. A failed transfer leaves the bus locked.
     int SendBuffer();
 
-    // Receives one read of 65 bytes, under the bus lock. Returns 1, or 0 on a failure. A failed
-    // transfer leaves the bus locked.
+    // Receives one read of 65 bytes, under the bus lock. Returns 1, or 0 on a failure, a refused
+    // unlock among them. A failed transfer leaves the bus locked.
     int GetBuffer();
 
     // The header's length field, in bytes.
@@ -95,9 +100,6 @@ class HcI2cBuffer {
 
     // Reports that the device command named `command` returned the errno value `result`.
     void ReportFailure(const char* command, int result);
-
-    HcI2cBuffer(const HcI2cBuffer&);
-    HcI2cBuffer& operator=(const HcI2cBuffer&);
 };
 
 #endif

@@ -20,11 +20,11 @@ const int SPEED_FAILURE = 5;
 
 I2cBus::I2cBus(unsigned char) : fd(0), speed(STANDARD_SPEED) {}
 
-I2cBus::~I2cBus() {}
+I2cBus::~I2cBus() = default;
 
 int I2cBus::i2cOpen(const char* name, int new_speed) {
     const int descriptor = open(name, O_RDWR);
-    // Relied on: a descriptor of 0 counts as a failure; the text is of the result, not of errno.
+    // Kept: the text is of the result, not of errno; logs are compared by their words.
     if (descriptor <= 0) {
         HUTIL_CRITICAL("opening %s with result \"%s\" (%d)", name, strerror(descriptor),
                        descriptor);
@@ -36,6 +36,8 @@ int I2cBus::i2cOpen(const char* name, int new_speed) {
 
     const int result = i2cChangeSpeed(new_speed);
     if (result == 0) {
+        // Kept: i2cChangeSpeed has stored it already; a speed that is set is stored, whoever sets
+        // it.
         speed = new_speed;
     }
     return result;
@@ -59,7 +61,7 @@ int I2cBus::i2cClose() {
     if (result == -1) {
         HUTIL_ERROR("Closing %s (%d)", devName.c_str(), fd);
     }
-    // Relied on: the line also follows a failed close.
+    // Kept: the line also follows a failed close; after close no descriptor is worth keeping.
     HUTIL_INFO("Closed %s (%d)", devName.c_str(), fd);
     return result;
 }

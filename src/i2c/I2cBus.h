@@ -13,9 +13,11 @@ class I2cBus {
     // Does not close the device: it stays open until the process ends, or i2cClose.
     virtual ~I2cBus();
 
-    // Opens the device `name` and sets its speed in bits per second. Returns 0 on success, what
-    // open returned when that is not a positive descriptor, or what i2cChangeSpeed returned. After
-    // a failed speed setting the device stays open.
+    // Opens the device `name` and sets its speed in bits per second. Returns 0 on success, -1 when
+    // it cannot be opened, or what i2cChangeSpeed returned. After a failed speed setting the device
+    // stays open.
+    // Kept: descriptor 0 is reported as a failure, but it is also returned, and callers take 0 for
+    // success; the field `fd` is 0 all the same, so such a run goes on, without name and speed.
     int i2cOpen(const char* name, int speed);
 
     // Sets the speed of the open device in bits per second. Returns 0, or 5 on a failure, which

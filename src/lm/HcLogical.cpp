@@ -9,24 +9,17 @@
 #include <new>
 
 #include "hutil/hutil_init.h"
+#include "platform/little_endian.h"
+
+using little_endian::Get16;
+using little_endian::Put16;
 
 namespace {
 
-int GetHalf(const unsigned char* at) {
-    return at[0] | at[1] << 8;
-}
-
-unsigned char LowByte(int value) {
-    return static_cast<unsigned char>(value & 0xFF);
-}
-
-unsigned char HighByte(int value) {
-    return static_cast<unsigned char>((value >> 8) & 0xFF);
-}
-
-// The checksum of an LM in `room` bytes: of all its bytes but the last, as far as there is room.
+// The checksum of an LM in `room` bytes: of all bytes but the last by its own length field, as far
+// as there is room.
 unsigned char Checksum(const unsigned char* lm, int room) {
-    const int count = std::min(GetHalf(lm + HcLogical::LENGTH_OFFSET) - 1, room);
+    const int count = std::min(Get16(lm + HcLogical::LENGTH_OFFSET) - 1, room);
     unsigned char sum = 0;
     for (int i = 0; i < count; ++i) {
         sum = static_cast<unsigned char>(sum + lm[i]);
@@ -39,7 +32,7 @@ const char* Validity(bool valid) {
 }
 
 void ShowHeader(const unsigned char* lm) {
-    const int length = GetHalf(lm + HcLogical::LENGTH_OFFSET);
+    const int length = Get16(lm + HcLogical::LENGTH_OFFSET);
     printf("\n\tLM Header information\n\n");
     printf("\t\t[0]  sync:     0x%02X (%s)\n", lm[HcLogical::SYNC0_OFFSET],
            Validity(lm[HcLogical::SYNC0_OFFSET] == HcLogical::SYNC));
@@ -49,18 +42,74 @@ void ShowHeader(const unsigned char* lm) {
     printf("\t\t[3]  instance: %d\n", lm[HcLogical::INSTANCE_OFFSET]);
     printf("\t\t[4]  length:   %d (%s)\n", length, Validity(length <= HcLogical::MAX_SIZE));
     printf("\t\t[6]  opcode:   0x%02X\n", lm[HcLogical::OPCODE_OFFSET]);
-    // Relied on: a reply's status of 0x01, all well, shows as "invalid" here.
+    // Kept: a reply's status of 0x01, all well, shows as "invalid" here; logs are compared by their
+    // words.
     printf("\t\t[7]  abort:    0x%02X (%s)\n", lm[HcLogical::STATUS_OFFSET],
            Validity(lm[HcLogical::STATUS_OFFSET] == 0));
-    printf("\t\t[8]  num segs: %d\n", GetHalf(lm + HcLogical::NUM_SEGS_OFFSET));
-    printf("\t\t[10] curr seg: %d\n\n", GetHalf(lm + HcLogical::CURR_SEG_OFFSET));
+    printf("\t\t[8]  num segs: %d\n", Get16(lm + HcLogical::NUM_SEGS_OFFSET));
+    printf("\t\t[10] curr seg: %d\n\n", Get16(lm + HcLogical::CURR_SEG_OFFSET));
+}
+
+// Whether the reply repeats what identifies the request; every difference is reported.
+bool CheckEcho(const unsigned char* reply, const unsigned char* request) {
+    bool ok = true;
+    if (reply[HcLogical::SYNC0_OFFSET] != HcLogical::SYNC ||
+        reply[HcLogical::SYNC1_OFFSET] != HcLogical::SYNC) {
+        HUTIL_ERROR("Write header sync bytes error");
+        ok = false;
+    }
+    if (reply[HcLogical::COUNT_OFFSET] != request[HcLogical::COUNT_OFFSET]) {
+        HUTIL_ERROR("Write header LM count error");
+        ok = false;
+    }
+    if (reply[HcLogical::INSTANCE_OFFSET] != request[HcLogical::INSTANCE_OFFSET]) {
+        HUTIL_ERROR("Write header LM instance error");
+        ok = false;
+    }
+    if (reply[HcLogical::OPCODE_OFFSET] != request[HcLogical::OPCODE_OFFSET]) {
+        HUTIL_ERROR("Write header opcode error");
+        ok = false;
+    }
+    if (Get16(reply + HcLogical::NUM_SEGS_OFFSET) != Get16(request + HcLogical::NUM_SEGS_OFFSET)) {
+        HUTIL_ERROR("Write header data segment error (total)");
+        ok = false;
+    }
+    if (Get16(reply + HcLogical::CURR_SEG_OFFSET) != Get16(request + HcLogical::CURR_SEG_OFFSET)) {
+        HUTIL_ERROR("Write header data segment error (number)");
+        ok = false;
+    }
+    return ok;
+}
+
+// Whether the chip received the request, by its reply's status; every trouble is reported.
+bool CheckStatus(unsigned char status) {
+    const bool received = (status & HcLogical::STATUS_RECEIVED) != 0;
+    if (!received) {
+        HUTIL_ERROR("Read header reception status error");
+        if (status & HcLogical::STATUS_HEADER_MISSING) {
+            HUTIL_ERROR("LM header missing");
+        }
+        if (status & HcLogical::STATUS_CHECKSUM_MISMATCH) {
+            HUTIL_ERROR("LM checksum does not match");
+        }
+        if (status & HcLogical::STATUS_OVERFLOW) {
+            HUTIL_ERROR("LM overflow");
+        }
+        if (status & HcLogical::STATUS_UNKNOWN_OPCODE) {
+            HUTIL_ERROR("LM unknown opcode");
+        }
+    }
+    if (status & HcLogical::STATUS_COUNT_MISMATCH) {
+        HUTIL_WARNING("LM count mismatch (NOT FATAL)");
+    }
+    return received;
 }
 
 }  // namespace
 
 HcLogical::HcLogical(I2cBus* the_bus, unsigned char chip_address)
     : bus(the_bus),
-      txBuffer(0),
+      txBuffer(nullptr),
       txLength(0),
       lmCount(0),
       lmInstance(INSTANCE),
@@ -69,12 +118,12 @@ HcLogical::HcLogical(I2cBus* the_bus, unsigned char chip_address)
       flag(0),
       rxLength(0),
       address(chip_address) {
-    if (bus == 0) {
+    if (bus == nullptr) {
         HUTIL_CRITICAL("NULL bus pointer");
         hutil_fail();
     }
     txBuffer = new (std::nothrow) HcI2cBuffer(bus, address, 't');
-    if (txBuffer == 0) {
+    if (txBuffer == nullptr) {
         HUTIL_CRITICAL("creating new LM tx buffer");
         hutil_fail();
     }
@@ -102,7 +151,7 @@ int HcLogical::SetNumSegs(int totalBytes) {
         return 0;
     }
     // Relied on: one segment more than needed when the total and one more fill the segments
-    // exactly.
+    // exactly; the chip has never been told another number.
     numSegs = (totalBytes + 1) / MAX_PAYLOAD + 1;
     return 1;
 }
@@ -111,7 +160,7 @@ int HcLogical::Begin(unsigned char opcode, int payloadSize) {
     txLength = 0;
     rxLength = 0;
     ReleaseRxBuffers();
-    if (txBuffer == 0) {
+    if (txBuffer == nullptr) {
         HUTIL_CRITICAL("could not allocate memory for buffer with result \"%s\" (%d)",
                        strerror(errno), errno);
         hutil_fail();
@@ -124,14 +173,11 @@ int HcLogical::Begin(unsigned char opcode, int payloadSize) {
     lm[COUNT_OFFSET] = lmCount;
     lmCount = static_cast<unsigned char>(lmCount + 1);
     lm[INSTANCE_OFFSET] = lmInstance;
-    lm[LENGTH_OFFSET] = LowByte(length);
-    lm[LENGTH_OFFSET + 1] = HighByte(length);
+    Put16(lm + LENGTH_OFFSET, length);
     lm[OPCODE_OFFSET] = opcode;
     lm[STATUS_OFFSET] = 0;
-    lm[NUM_SEGS_OFFSET] = LowByte(numSegs);
-    lm[NUM_SEGS_OFFSET + 1] = HighByte(numSegs);
-    lm[CURR_SEG_OFFSET] = LowByte(currSeg);
-    lm[CURR_SEG_OFFSET + 1] = HighByte(currSeg);
+    Put16(lm + NUM_SEGS_OFFSET, numSegs);
+    Put16(lm + CURR_SEG_OFFSET, currSeg);
     txLength = HEADER_SIZE;
     txBuffer->SetLength(HEADER_SIZE);
     return 1;
@@ -164,6 +210,8 @@ int HcLogical::Fill(FILE* file) {
     int result = 0;
     while (!feof(file)) {
         const int space = txBuffer->GetSpace();
+        // Kept: these two and `got < 0` below never happen to an LM that was begun; they are what
+        // stands between a later change and a write past the chunk's end.
         if (space < 0) {
             HUTIL_ERROR("invalid I2C buffer space");
             return 0;
@@ -220,7 +268,7 @@ int HcLogical::CalculateChecksum(unsigned char* lm) {
 
 int HcLogical::RetrieveShort(unsigned char* payload) {
     HcI2cBuffer* const chunk = Receive();
-    if (chunk == 0) {
+    if (chunk == nullptr) {
         return 0;
     }
     if (!Validate(chunk)) {
@@ -228,7 +276,7 @@ int HcLogical::RetrieveShort(unsigned char* payload) {
         return 0;
     }
     const int count = chunk->GetRxBufLength();
-    if (payload != 0) {
+    if (payload != nullptr) {
         memcpy(payload, chunk->data + HEADER_SIZE, static_cast<size_t>(count - OVERHEAD));
     }
     currSeg += 1;
@@ -243,17 +291,18 @@ int HcLogical::RetrieveLong(unsigned char* dest) {
     int seg = 0;
     for (;;) {
         HcI2cBuffer* const chunk = Receive();
-        if (chunk == 0) {
+        if (chunk == nullptr) {
             return 0;
         }
         rxBuffers.push_back(chunk);
         if (rxLength == 0) {
             const unsigned char* const header = rxBuffers.front()->data;
-            total = GetHalf(header + LENGTH_OFFSET);
-            segs = GetHalf(header + NUM_SEGS_OFFSET);
-            seg = GetHalf(header + CURR_SEG_OFFSET);
+            total = Get16(header + LENGTH_OFFSET);
+            segs = Get16(header + NUM_SEGS_OFFSET);
+            seg = Get16(header + CURR_SEG_OFFSET);
         }
-        // Relied on: the first LM byte, not the count byte, is what counts as received.
+        // Kept: the first LM byte, not the count byte, is what counts as received; it is a sync
+        // byte, 165, so that one read is enough for every length up to that.
         rxLength += chunk->data[0];
         if (total > rxLength) {
             continue;
@@ -263,8 +312,8 @@ int HcLogical::RetrieveLong(unsigned char* dest) {
         }
         total = 0;
     }
-    for (size_t i = 0; i < rxBuffers.size(); ++i) {
-        rxBuffers[i]->CopyData(dest, HcI2cBuffer::RX_COUNT_MAX + 1);
+    for (HcI2cBuffer* const chunk : rxBuffers) {
+        chunk->CopyData(dest, HcI2cBuffer::RX_COUNT_MAX + 1);
     }
     return 1;
 }
@@ -285,43 +334,18 @@ int HcLogical::Validate(HcI2cBuffer* rx) {
         return 0;
     }
 
-    int ok = 1;
-    if (reply[SYNC0_OFFSET] != SYNC || reply[SYNC1_OFFSET] != SYNC) {
-        HUTIL_ERROR("Write header sync bytes error");
-        ok = 0;
+    const bool echoes = CheckEcho(reply, request);
+    const bool received = CheckStatus(reply[STATUS_OFFSET]);
+    if (echoes && received) {
+        return 1;
     }
-    if (reply[COUNT_OFFSET] != request[COUNT_OFFSET]) {
-        HUTIL_ERROR("Write header LM count error");
-        ok = 0;
-    }
-    if (reply[INSTANCE_OFFSET] != request[INSTANCE_OFFSET]) {
-        HUTIL_ERROR("Write header LM instance error");
-        ok = 0;
-    }
-    if (reply[OPCODE_OFFSET] != request[OPCODE_OFFSET]) {
-        HUTIL_ERROR("Write header opcode error");
-        ok = 0;
-    }
-    if (GetHalf(reply + NUM_SEGS_OFFSET) != GetHalf(request + NUM_SEGS_OFFSET)) {
-        HUTIL_ERROR("Write header data segment error (total)");
-        ok = 0;
-    }
-    if (GetHalf(reply + CURR_SEG_OFFSET) != GetHalf(request + CURR_SEG_OFFSET)) {
-        HUTIL_ERROR("Write header data segment error (number)");
-        ok = 0;
-    }
-    if (!CheckStatus(reply[STATUS_OFFSET])) {
-        ok = 0;
-    }
-
-    if (!ok) {
-        HUTIL_INFO("Transmit LM buffers");
-        ShowTxLM();
-        HUTIL_INFO("Receive LM buffers");
-        // Relied on: the rejected chunk is not in the list yet, so only earlier ones show.
-        ShowRxLM();
-    }
-    return ok;
+    HUTIL_INFO("Transmit LM buffers");
+    ShowTxLM();
+    HUTIL_INFO("Receive LM buffers");
+    // Kept: the rejected chunk is not in the list yet, so only earlier ones show, normally none;
+    // logs are compared by their words.
+    ShowRxLM();
+    return 0;
 }
 
 int HcLogical::GetRxPayloadSize() {
@@ -332,7 +356,7 @@ void HcLogical::ShowTxLM() {
     const unsigned char* const chunk = txBuffer->buffer;
     const int length = txBuffer->GetLength();
     ShowHeader(txBuffer->data);
-    // Relied on: rxlen of a request shows the LM's first byte.
+    // Kept: rxlen of a request shows the LM's first byte; logs are compared by their words.
     printf("\tI2C information (add fmt stop txlen rxlen): 0x%02x 0x%02x 0x%02x %d %d\n",
            chunk[HcI2cBuffer::ADDRESS_OFFSET], chunk[HcI2cBuffer::FORMAT_OFFSET],
            chunk[HcI2cBuffer::STOP_OFFSET], length, txBuffer->GetRxBufLength());
@@ -359,39 +383,16 @@ void HcLogical::ShowRxLM() {
     }
 }
 
-bool HcLogical::CheckStatus(unsigned char status) {
-    const bool received = (status & STATUS_RECEIVED) != 0;
-    if (!received) {
-        HUTIL_ERROR("Read header reception status error");
-        if (status & STATUS_HEADER_MISSING) {
-            HUTIL_ERROR("LM header missing");
-        }
-        if (status & STATUS_CHECKSUM_MISMATCH) {
-            HUTIL_ERROR("LM checksum does not match");
-        }
-        if (status & STATUS_OVERFLOW) {
-            HUTIL_ERROR("LM overflow");
-        }
-        if (status & STATUS_UNKNOWN_OPCODE) {
-            HUTIL_ERROR("LM unknown opcode");
-        }
-    }
-    if (status & STATUS_COUNT_MISMATCH) {
-        HUTIL_WARNING("LM count mismatch (NOT FATAL)");
-    }
-    return received;
-}
-
 void HcLogical::ReleaseRxBuffers() {
     std::vector<HcI2cBuffer*>().swap(rxBuffers);
 }
 
 HcI2cBuffer* HcLogical::Receive() {
     HcI2cBuffer* const chunk = new (std::nothrow) HcI2cBuffer(bus, address, 'r');
-    if (chunk == 0 || !chunk->GetBuffer()) {
+    if (chunk == nullptr || !chunk->GetBuffer()) {
         HUTIL_ERROR("getting LM response");
         ShowRxLM();
-        return 0;
+        return nullptr;
     }
     return chunk;
 }

@@ -16,13 +16,19 @@
 //     0  sync, 0xA5 0xA5
 //     2  count of the LMs since the chip's reset, modulo 256; a reply repeats it
 //     3  instance, 1; a reply repeats it
-//     4  length of the whole LM in bytes, 2 bytes
+//     4  length in bytes, 2 bytes: of the whole LM, but in the first segment of an image of at most
+//        2034 bytes one less
 //     6  opcode; a reply repeats it
 //     7  abort: 0 in a request; in a reply the status of the request's reception
 //     8  number of segments of the transfer, 2 bytes; a reply repeats it
 //    10  number of this segment from 0, 2 bytes; a reply repeats it
 //    12  payload
-//     n  checksum: sum of all bytes before it, modulo 256
+//     n  checksum: sum of the first `length` - 1 bytes, modulo 256: of all bytes before it where
+//        the length is the whole LM's
+//
+// Relied on: the length that Begin is told for an image's first segment is the image's alone,
+// without the function byte in front of it; the chip takes the first segment of a short image like
+// that.
 //
 // A command calls Reset(false), SetNumSegs, Begin, Fill..., Terminate, Send, waits, and retrieves
 // the reply. Nothing enforces the order; Begin always starts over.
@@ -62,7 +68,10 @@ class HcLogical {
     // the process with status 1 when `bus` is null or there is no memory.
     HcLogical(I2cBus* bus, unsigned char address);
 
-    // Relied on: received chunks are never destroyed; the process sends few LMs and ends.
+    HcLogical(const HcLogical&) = delete;
+    HcLogical& operator=(const HcLogical&) = delete;
+
+    // Kept: received chunks are never destroyed; the process sends few LMs and ends.
     virtual ~HcLogical();
 
     // Back to the initial state; the message count restarts at 0 only with `resetCount`, after the
@@ -73,8 +82,8 @@ class HcLogical {
     // unchanged when they are more than 16 bits can number.
     int SetNumSegs(int totalBytes);
 
-    // Starts an LM with room for `payloadSize` bytes, of which the LM's length counts those of one
-    // segment. Returns 1.
+    // Starts an LM whose length field tells of `payloadSize` bytes of payload, as far as one
+    // segment holds them, whatever is filled in then. Returns 1.
     int Begin(unsigned char opcode, int payloadSize);
 
     // Appends one byte. Returns 1, or 0 when only the checksum's place is left.
@@ -82,12 +91,13 @@ class HcLogical {
 
     // Copies up to `len` bytes of `src` to the LM's end. Returns how many, or -1 when only the
     // checksum's place is left.
-    // Relied on: it advances nothing, so the next fill overwrites the bytes.
+    // Kept: it advances nothing, so the next fill overwrites the bytes; nobody calls it.
     int Fill(unsigned char* src, int len);
 
     // Appends what `file` still holds, up to the checksum's place. Returns the bytes of the last
     // read, 0 when the file was at its end.
-    // Relied on: with an LM that is full and a file that is not at its end it never returns.
+    // Kept: with an LM that is full and a file that is not at its end it never returns; every LM is
+    // begun before it is filled, and has room.
     int Fill(FILE* file);
 
     // Appends the checksum and sets the chunk's stop flag. Returns 1, or 0 when the LM is full.
@@ -109,14 +119,16 @@ class HcLogical {
     int RetrieveShort(unsigned char* payload);
 
     // Reads a reply of several reads, not validated, and copies each read's bytes, at most 255, to
-    // the start of `dest`. Returns 1, or 0 when a read failed.
-    // Relied on: each read is copied over the one before it.
+    // the start of `dest`. Returns 1, or 0 when a read failed. Unless the first read is of a
+    // transfer's last segment, it reads on until a read fails.
+    // Kept: each read is copied over the one before it; only PrintSysCfg calls it, and the
+    // driver never does.
     int RetrieveLong(unsigned char* dest);
 
     // Whether `rx` answers the request that was sent: 1, or 0 with each difference reported.
     int Validate(HcI2cBuffer* rx);
 
-    // The payload bytes of the reply received last.
+    // The payload bytes of the reply that RetrieveShort accepted last.
     int GetRxPayloadSize();
 
     // Dumps of the request and of the received chunks: text to standard output, bytes to standard
@@ -124,14 +136,15 @@ class HcLogical {
     void ShowTxLM();
     void ShowRxLM();
 
-    I2cBus* bus;                          // not owned
-    HcI2cBuffer* txBuffer;                // the one chunk to send, owned
-    int txLength;                         // bytes of the request so far, header included
-    unsigned char lmCount;                // count byte of the next LM
-    unsigned char lmInstance;             // instance byte
-    int numSegs;                          // segments of the transfer; the low 16 bits are sent
-    int currSeg;                          // this segment, from 0; advanced by each accepted reply
-    unsigned char flag;                   // cleared with the rest and read nowhere
+    I2cBus* bus;               // not owned
+    HcI2cBuffer* txBuffer;     // the one chunk to send, owned
+    int txLength;              // bytes of the request so far, header included
+    unsigned char lmCount;     // count byte of the next LM
+    unsigned char lmInstance;  // instance byte
+    int numSegs;               // segments of the transfer; the low 16 bits are sent
+    int currSeg;               // this segment, from 0; advanced by each accepted reply
+    // Kept: cleared with the rest and read nowhere; the fields behind it have their place after it.
+    unsigned char flag;
     std::vector<HcI2cBuffer*> rxBuffers;  // received chunks of this exchange, in order
     int rxLength;                         // LM bytes received in this exchange
     unsigned char address;                // the chip's, in 8-bit form
@@ -140,14 +153,8 @@ class HcLogical {
     // Lets go of the received chunks' list with its storage, though not of the chunks.
     void ReleaseRxBuffers();
 
-    // Whether the chip received the request, by its reply's status; every trouble is reported.
-    bool CheckStatus(unsigned char status);
-
     // A new chunk that has received one read; null, reported, when the read failed.
     HcI2cBuffer* Receive();
-
-    HcLogical(const HcLogical&);
-    HcLogical& operator=(const HcLogical&);
 };
 
 #endif

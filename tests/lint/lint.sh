@@ -84,12 +84,22 @@ check_conditionals() {
     done < <(files src '*.h' '*.cpp' | grep -v '^src/platform/')
 }
 
-# A line that says what is relied on says it.
+# What a comment marks as surprising is marked in one way: "Relied on: " with what somebody counts on,
+# "Kept: " with what is kept and, after a semicolon, why.
 check_relied_on() {
     local line
     while read -r line; do
-        [[ "$line" =~ \/\/\ Relied\ on:\ [A-Za-z0-9].+ ]] || complain "$line"
-    done < <(files src '*.h' '*.cpp' | xargs grep -niE 'relied[ -]on' /dev/null)
+        [[ "$line" =~ //\ (Relied\ on|Kept):\ [A-Za-z0-9\`].+ ]] || complain "$line"
+    done < <(files src '*.h' '*.cpp' | xargs grep -niE 'relied[ -]on|//.*\bkept:' /dev/null)
+    # shellcheck disable=SC2016 # the dollar is for awk
+    while read -r line; do
+        complain "$line: no reason"
+    done < <(files src '*.h' '*.cpp' | xargs awk '
+        function finish() { if (kept != "" && kept !~ /; [a-z0-9]/) print place; kept = "" }
+        !/^ *\/\// || /\/\/ (Relied on|Kept):/ { finish() }
+        /\/\/ Kept:/ { place = FILENAME ":" FNR }
+        /\/\/ Kept:/ || (kept != "" && /^ *\/\//) { sub(/^ *\/\//, ""); kept = kept $0 }
+        END { finish() }')
 }
 
 # What a page links to in this tree is there.

@@ -14,7 +14,8 @@ make_tree() {
     mkdir -p "$work/tree/src/lm" "$work/tree/build/release/bin"
     cd "$work/tree"
     printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' '#ifndef BBPFLASH_LM_A_H' \
-        '#define BBPFLASH_LM_A_H' '' '// Relied on: it is negative.' 'int a();' '' '#endif' >src/lm/a.h
+        '#define BBPFLASH_LM_A_H' '' '// Relied on: it is negative.' '// Kept: it has one' \
+        '// letter; that is enough.' 'int a();' '' '#endif' >src/lm/a.h
     printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' '#include "lm/a.h"' '' 'int a() {' \
         '    return -1;' '}' >src/lm/a.cpp
     printf '%s\n' '<!-- SPDX-License-Identifier: Apache-2.0 -->' '[a](src/lm/a.h)' >README.md
@@ -56,6 +57,10 @@ catches conditionals 'printf "#if 1\n#endif\n" >>src/lm/a.h'
 catches conditionals 'sed -i "s/LM_A_H/LM_B_H/" src/lm/a.h'
 catches relied_on 'echo "// Relied on:" >>src/lm/a.cpp'
 catches relied_on 'echo "// relied on: it ends" >>src/lm/a.cpp'
+catches relied_on 'echo "// kept: it ends; it must" >>src/lm/a.cpp'
+catches relied_on 'echo "// Kept: it ends without a reason" >>src/lm/a.cpp'
+catches relied_on 'printf "// Kept: it ends\n\n// a; b\n" >>src/lm/a.cpp'
+catches relied_on 'printf "// Kept: it\n// ends\n// Kept: it goes on; it must\n" >>src/lm/a.cpp'
 catches links 'echo "[a](src/lm/b.h)" >>README.md'
 catches paths 'pwd >>build/release/bin/bbpflash'
 catches paths 'rm build/release/bin/bbpflash'

@@ -10,6 +10,7 @@
 #include <syslog.h>
 #include <time.h>
 
+#include "platform/little_endian.h"
 #include "platform/platform.h"
 
 namespace {
@@ -19,27 +20,22 @@ const size_t HEADER_SIZE = 16;
 const size_t LENGTH_OFFSET = 8;
 const unsigned int LONGEST_MESSAGE = 0xFFFF;  // what i2c_msg can say
 
-unsigned int GetWord(const unsigned char* at) {
-    return static_cast<unsigned int>(at[0] | at[1] << 8 | at[2] << 16) |
-           static_cast<unsigned int>(at[3]) << 24;
-}
-
 int ResultOf(int result) {
     return result < 0 ? errno : 0;
 }
 
 // Moves the data block's payload in one I2C message, written or, with I2C_M_RD in `flags`, read.
 int Transfer(int fd, unsigned short flags, void* data, size_t nbytes) {
-    if (data == 0 || nbytes < HEADER_SIZE) {
+    if (data == nullptr || nbytes < HEADER_SIZE) {
         return EINVAL;
     }
     unsigned char* const block = static_cast<unsigned char*>(data);
-    const unsigned int length = GetWord(block + LENGTH_OFFSET);
+    const unsigned int length = little_endian::Get32(block + LENGTH_OFFSET);
     if (length > nbytes - HEADER_SIZE || length > LONGEST_MESSAGE) {
         return EINVAL;
     }
     i2c_msg message;
-    message.addr = static_cast<unsigned short>(GetWord(block));
+    message.addr = static_cast<unsigned short>(little_endian::Get32(block));
     message.flags = flags;
     message.len = static_cast<unsigned short>(length);
     message.buf = block + HEADER_SIZE;
@@ -51,8 +47,8 @@ int Transfer(int fd, unsigned short flags, void* data, size_t nbytes) {
     return transferred == 0 ? EIO : ResultOf(transferred);
 }
 
-// The kernel may round a sleep up by its timer slack, 50 microseconds unless told otherwise: as
-// long as a twentieth of what the shortest wait may cost.
+// The kernel may round a sleep up by its timer slack, 50 microseconds unless told otherwise: a
+// fifteenth of the shortest wait.
 void RemoveTimerSlack() {
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
@@ -76,7 +72,7 @@ int Severity(int severity) {
 }  // namespace
 
 extern "C" int devctl(int fd, int dcmd, void* data, size_t nbytes, int* info) {
-    if (info != 0) {
+    if (info != nullptr) {
         *info = 0;
     }
     switch (dcmd) {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "chip/HdChip.h"
-#include "driver/driver_flags.h"
+#include "hutil/run_flags.h"
 #include "tests/support/FakePlatform.h"
 
 // The chip on an opened bus. Its calls of the engine join the platform's trace on their way:

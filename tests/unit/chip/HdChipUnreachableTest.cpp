@@ -6,7 +6,7 @@
 #include <string>
 
 #include "chip/HdChip.h"
-#include "driver/driver_flags.h"
+#include "hutil/run_flags.h"
 #include "tests/support/FakePlatform.h"
 
 bool g_options[OPTION_COUNT];

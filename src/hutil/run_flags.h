@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The flags of the command line, for the one lower floor that asks for them.
-#ifndef BBPFLASH_DRIVER_DRIVER_FLAGS_H
-#define BBPFLASH_DRIVER_DRIVER_FLAGS_H
+// The flags of the command line: the driver sets them, the chip asks for one.
+#ifndef BBPFLASH_HUTIL_RUN_FLAGS_H
+#define BBPFLASH_HUTIL_RUN_FLAGS_H
 
 enum {
     OPTION_FORCE = 0,      // -f: program once even when the versions match
@@ -10,6 +10,7 @@ enum {
     OPTION_COUNT = 3
 };
 
+// Defined by the driver.
 extern bool g_options[OPTION_COUNT];
 
 #endif
