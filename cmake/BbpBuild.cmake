@@ -59,10 +59,20 @@ endfunction()
 # What is shipped, and nothing else.
 add_custom_target(bbp_programs)
 
-# bbp_ship(<target>): a program that is installed with its manual page.
+# bbp_ship(<target> [<like>]): a program that is installed with its manual page and, on Linux, the
+# shells' completions for it, or those of the program that takes its words like it does.
 function(bbp_ship target)
     add_dependencies(bbp_programs ${target})
     install(TARGETS ${target})
     install(FILES "${PROJECT_SOURCE_DIR}/docs/man/${target}.1"
         DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+    if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+        list(APPEND ARGN ${target})
+        list(GET ARGN 0 like)
+        set(completions "${PROJECT_SOURCE_DIR}/packaging/completions")
+        install(FILES "${completions}/bash/${like}" RENAME ${target}
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+        install(FILES "${completions}/zsh/_${like}" RENAME _${target}
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+    endif()
 endfunction()
