@@ -49,13 +49,6 @@ function(bbp_target target)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
-# bbp_quick_target(<target>): as bbp_target, for code that is compiled more often than anyone waits
-# for it to run.
-function(bbp_quick_target target)
-    bbp_target(${target})
-    target_compile_options(${target} PRIVATE $<IF:$<CONFIG:Debug>,-O0,-O1>)
-endfunction()
-
 # What is shipped, and nothing else.
 add_custom_target(bbp_programs)
 

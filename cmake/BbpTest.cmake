@@ -1,9 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 # How tests are declared. A test's name is <preset>/<folder>/<name>, so that the suites of several
 # presets can be counted in one ctest summary.
+#
+# ./dev test is short: it runs what has not the label "full" and builds the target bbp_short_tests.
+# ./dev test --full runs everything but what has the label "short": samples of what runs whole there.
 
 set(BBP_PRESET "local" CACHE STRING "The preset's name, the first part of every test's name")
-set(BBP_TEST_TIMEOUT 900 CACHE STRING "Seconds after which a test counts as hung")
+set(BBP_TEST_TIMEOUT 300 CACHE STRING "Seconds after which a test counts as hung")
 
 if(CMAKE_CROSSCOMPILING)
     # Debian has GoogleTest's library for the machine that builds only, and its sources for all.
@@ -12,36 +15,79 @@ else()
     find_package(GTest REQUIRED)
 endif()
 
-# bbp_add_gtest(<folder> <name> SOURCES ... [LIBS ...] [WRAP function ...])
+add_custom_target(bbp_short_tests)
+
+# What the tests include and nobody changes, read by the compiler once.
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "")
+add_library(bbp_test_headers OBJECT EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
+target_link_libraries(bbp_test_headers PRIVATE GTest::gmock)
+target_precompile_headers(bbp_test_headers PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h>
+    <algorithm> <cstdint> <cstdio> <cstdlib> <cstring> <fstream> <functional> <map> <memory>
+    <sstream> <string> <vector>)
+
+# bbp_test_target(<target>): the tests' own code: it is compiled more often than anyone waits for it
+# to run. Undefined behaviour is looked for in what is tested; in the test it doubles the build.
+function(bbp_test_target target)
+    bbp_target(${target})
+    target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined -fPIE)
+    # The headers can be shared by what is compiled alike.
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    if(NOT target STREQUAL "bbp_test_headers")
+        target_precompile_headers(${target} REUSE_FROM bbp_test_headers)
+    endif()
+endfunction()
+bbp_test_target(bbp_test_headers)
+
+# bbp_add_gtest(<folder> <name> SOURCES ... [LIBS ...] [WRAP function ...] [FULL] [SANITIZED])
 # A GoogleTest program <folder>_<name>, run as one ctest test. Each function named after WRAP is
-# replaced by the test's own __wrap_<function> when the program is linked.
+# replaced by the test's own __wrap_<function> when the program is linked. FULL and SANITIZED as in
+# bbp_add_test.
 function(bbp_add_gtest folder name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;WRAP" ${ARGN})
+    cmake_parse_arguments(ARG "FULL;SANITIZED" "" "SOURCES;LIBS;WRAP" ${ARGN})
     set(target "${folder}_${name}")
     add_executable(${target} ${ARG_SOURCES})
-    bbp_quick_target(${target})
-    # Undefined behaviour is looked for in what is tested; in the test itself it doubles the build.
-    target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+    bbp_test_target(${target})
     target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest_main)
     foreach(function IN LISTS ARG_WRAP)
         target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")
     endforeach()
-    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/bin")
-    bbp_add_test(${folder} ${name} COMMAND ${target})
+    set_target_properties(${target} PROPERTIES
+        RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/bin")
+    set(when)
+    foreach(word IN ITEMS FULL SANITIZED)
+        if(ARG_${word})
+            list(APPEND when ${word})
+        endif()
+    endforeach()
+    bbp_add_test(${folder} ${name} COMMAND ${target} ${when} TARGETS ${target})
     # A suite that runs nothing, or not everything, has failed.
     set_tests_properties(${BBP_PRESET}/${folder}/${name} PROPERTIES
         FAIL_REGULAR_EXPRESSION "Running 0 tests;SKIPPED;DISABLED TEST")
 endfunction()
 
-# bbp_add_test(<folder> <name> COMMAND ... [FULL]): any other check, as one ctest test. FULL: it takes
-# so long that it runs only with `./dev test --full`.
+# bbp_add_test(<folder> <name> COMMAND ... [FULL | SHORT] [SANITIZED] [TARGETS target ...])
+# Any other check, as one ctest test. It belongs to both commands with the preset release, and to
+# the long one alone with any other. FULL: it takes so long that it belongs to the long one alone.
+# SHORT: a sample, which the long one does not need. SANITIZED: it belongs to the short one with the
+# preset asan, too. TARGETS: what is built for it beside the programs.
 function(bbp_add_test folder name)
-    cmake_parse_arguments(ARG "FULL" "" "COMMAND" ${ARGN})
+    cmake_parse_arguments(ARG "FULL;SHORT;SANITIZED" "" "COMMAND;TARGETS" ${ARGN})
     set(test "${BBP_PRESET}/${folder}/${name}")
     add_test(NAME ${test} COMMAND ${ARG_COMMAND})
     set_tests_properties(${test} PROPERTIES TIMEOUT ${BBP_TEST_TIMEOUT} LABELS ${folder})
+    if(BBP_PRESET STREQUAL "asan" AND NOT ARG_SANITIZED)
+        set(ARG_FULL TRUE)
+    elseif(NOT BBP_PRESET MATCHES "^(asan|release|debug|local)$")
+        set(ARG_FULL TRUE)
+    endif()
     if(ARG_FULL)
         set_property(TEST ${test} APPEND PROPERTY LABELS full)
+    elseif(ARG_TARGETS)
+        add_dependencies(bbp_short_tests ${ARG_TARGETS})
+    endif()
+    if(ARG_SHORT)
+        set_property(TEST ${test} APPEND PROPERTY LABELS short)
     endif()
     if(BBP_COVERAGE)
         # Each process leaves its counts; the check of the thresholds comes after all suites.

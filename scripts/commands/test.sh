@@ -3,26 +3,38 @@
 #? test [--full]
 #?     what every change must pass; --full: every test there is
 
-# The presets of CMakePresets.json that are built; the tests of all of them run as one.
-presets=(release asan clang coverage armhf fuzz)
-selection=(-LE '^full$')
-lists=(build test coverage armhf)
-if [[ "${1-}" == --full ]]; then
-    selection=()
-    lists+=(engines faultcalls packaging)
-    shift
-fi
-takes_nothing "$@"
+# test_presets PRESET...: the tests of these builds run as one, those with the label $leave_out not.
+test_presets() {
+    local preset
+    mkdir -p build/test
+    : >build/test/CTestTestfile.cmake
+    for preset in "$@"; do
+        if ctest --test-dir "build/$preset" -LE "^$leave_out\$" --show-only | grep -q '^Total Tests: 0$'; then
+            die "preset $preset has no tests"
+        fi
+        printf 'subdirs("../%s")\n' "$preset" >>build/test/CTestTestfile.cmake
+    done
+    say "testing $*"
+    run_ctest test -LE "^$leave_out\$"
+}
 
-need "${lists[@]}"
-mkdir -p build/test
-: >build/test/CTestTestfile.cmake
-for preset in "${presets[@]}"; do
-    build_preset "$preset"
-    if ctest --test-dir "build/$preset" --show-only | grep -q '^Total Tests: 0$'; then
-        die "preset $preset has no tests"
-    fi
-    printf 'subdirs("../%s")\n' "$preset" >>build/test/CTestTestfile.cmake
-done
-say "testing ${presets[*]}"
-run_ctest test "${selection[@]}"
+if [[ "${1-}" == --full ]]; then
+    takes_nothing "${@:2}"
+    need build test coverage armhf engines faultcalls packaging
+    leave_out=short
+    presets=(release asan clang coverage armhf fuzz)
+    for preset in "${presets[@]}"; do
+        build_preset "$preset"
+    done
+    test_presets "${presets[@]}"
+    return
+fi
+
+takes_nothing "$@"
+need build lint
+leave_out=full
+build_preset release bbp_programs bbp_short_tests
+build_preset asan bbp_short_tests
+say "left out, and run by ./dev test --full: clang, coverage, 32-bit ARM, fuzzing, clang-tidy, the" \
+    "decoders, reproducibility, most fault runs, the rest under the sanitizers"
+test_presets release asan
