@@ -221,7 +221,7 @@ def main():
                    if not path.exists() or path.read_text() != text]
     if check:
         for path in out_of_date:
-            print('%s is out of date: make it again with ./dev docs' % path.name)
+            print('%s is out of date: make it again with ./dev protocol' % path.name)
         return 1 if out_of_date else 0
     for path, text in made.items():
         path.write_text(text)

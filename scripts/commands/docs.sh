@@ -1,11 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #? docs
-#?     make the listings and pictures of docs/protocol.md again
+#?     make the pages as a site with navigation and search: build/site/site
 
 takes_nothing "$@"
-need build test
-build_preset release
-mkdir -p build/docs
-build/release/tests/bin/wire_capture build/docs
-python3 docs/make_protocol.py build/docs
+need python site
+python3 docs/make_site.py build/site || die "the site cannot be made"
+say "the site is build/site/site; its search needs a server: python3 -m http.server -d build/site/site"

@@ -4,7 +4,7 @@
 #?     make the Debian packages: build/packages/*.deb
 
 takes_nothing "$@"
-need build packaging
+need build package
 say "making the packages; this takes some minutes"
 packaging/build_debian.sh build/packages || die "the packages cannot be made"
 ls -1 build/packages/*.deb

@@ -20,7 +20,7 @@ test_presets() {
 
 if [[ "${1-}" == --full ]]; then
     takes_nothing "${@:2}"
-    need build test coverage armhf engines faultcalls packaging
+    need build test coverage armhf engines faultcalls package packaging site
     leave_out=short
     presets=(release asan clang coverage armhf fuzz)
     for preset in "${presets[@]}"; do
