@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/watch/JsonReporter.h"
 #include "tools/watch/Reporters.h"
 #include "tools/watch/Watch.h"
 
@@ -19,9 +20,8 @@ std::string Written(const std::string& output, Arguments... arguments) {
     std::string written;
     Reporter reporter([&written](const std::string& text) { written += text; }, arguments...);
     tools::WatchConfig config;
-    config.mode = BBPFLASH_MODE_STATUS;
     tools::Watch watch(config, {&reporter});
-    watch.Start("bbpflash -s a.bin");
+    watch.Start({"bbpflash", "-s", "a.bin"});
     watch.Take(output.data(), output.size(), Milliseconds(10000));
     watch.Tick(Milliseconds(10200));
     watch.Finish(0, false, Milliseconds(20000));
@@ -60,7 +60,7 @@ TEST(JsonReporter, WritesOneObjectALine) {
     }
     ASSERT_LT(2u, events.size());
     EXPECT_EQ("start", events.front()["event"]);
-    EXPECT_EQ("bbpflash -s a.bin", events.front()["text"]);
+    EXPECT_EQ((std::vector<std::string>{"bbpflash", "-s", "a.bin"}), events.front()["command"]);
     const nlohmann::json& end = events.back();
     EXPECT_EQ("end", end["event"]);
     EXPECT_EQ("success", end["verdict"]);

@@ -17,7 +17,7 @@ Ruling::What Judge(const std::string& lines, int later = 5000,
                    bbpflash_mode mode = BBPFLASH_MODE_STATUS, int segments = SEGMENTS) {
     WatchedUpdate update(Milliseconds(25000));
     update.Hear(10000, lines);
-    return Shield(mode, segments).Judge(update.progress, Milliseconds(10000 + later)).what;
+    return Shield(segments).Judge(update.progress, mode, Milliseconds(10000 + later)).what;
 }
 
 TEST(Shield, LetsAnUpdateEndBeforeAndDuringItsDownload) {
@@ -44,8 +44,21 @@ TEST(Shield, LetsTheResetLineGoUpFirst) {
     EXPECT_EQ(Ruling::What::Later, Judge("80\n99\n", 900));
     EXPECT_EQ(Ruling::What::End, Judge("80\n99\n", 1000));
     const WatchedUpdate update(Milliseconds(25000));
-    const Shield shield(BBPFLASH_MODE_STATUS, SEGMENTS);
-    EXPECT_EQ(Ruling::What::Later, shield.Judge(update.progress, Milliseconds(500)).what);
+    const Shield shield(SEGMENTS);
+    EXPECT_EQ(Ruling::What::Later,
+              shield.Judge(update.progress, BBPFLASH_MODE_STATUS, Milliseconds(500)).what);
+}
+
+TEST(Shield, HoldsADownloadOfFewSegmentsThatNoLineHasToldOf) {
+    EXPECT_EQ(Ruling::What::Wait, Judge("", -7000, BBPFLASH_MODE_UNKNOWN, 2));
+    EXPECT_EQ(Ruling::What::End, Judge("", -7500, BBPFLASH_MODE_UNKNOWN, 2));
+    EXPECT_EQ(Ruling::What::End, Judge("", -7000, BBPFLASH_MODE_UNKNOWN, 3));
+    EXPECT_EQ(Ruling::What::End, Judge("", 170001, BBPFLASH_MODE_UNKNOWN, 2));
+}
+
+TEST(Shield, LetsGoOfADownloadThatStandsStill) {
+    EXPECT_EQ(Ruling::What::Wait, Judge("79\n", 180000));
+    EXPECT_EQ(Ruling::What::End, Judge("79\n", 180001));
 }
 
 TEST(Shield, LetsGoWhenTheChipRefusesTheImage) {
@@ -70,7 +83,7 @@ TEST(Shield, SaysWhyItHolds) {
     WatchedUpdate update(Milliseconds(25000));
     update.Hear(10000, "80\n");
     const Ruling ruling =
-        Shield(BBPFLASH_MODE_STATUS, SEGMENTS).Judge(update.progress, Milliseconds(11000));
+        Shield(SEGMENTS).Judge(update.progress, BBPFLASH_MODE_STATUS, Milliseconds(11000));
     EXPECT_NE(std::string::npos, ruling.reason.find("writing its flash"));
 }
 

@@ -47,6 +47,17 @@ std::string Name(const Progress& progress) {
     return name;
 }
 
+// What is to be expected, as far as anybody knows.
+std::string Outlook(const Progress& progress) {
+    if (progress.no_answer) {
+        return "no answer for " + FormatTime(*progress.no_answer);
+    }
+    if (progress.is_refused) {
+        return "refused";
+    }
+    return progress.remaining ? "about " + FormatTime(*progress.remaining) + " left" : "";
+}
+
 }  // namespace
 
 std::string FormatTime(Milliseconds time) {
@@ -67,8 +78,7 @@ std::string FormatProgress(const Progress& progress, int width, bool has_colour)
     const std::string percentage = Percentage(progress.done);
     const std::string pass = progress.pass > 1 ? "pass " + std::to_string(progress.pass) : "";
     const std::string elapsed = FormatTime(progress.elapsed);
-    const std::string remaining =
-        progress.remaining ? "about " + FormatTime(*progress.remaining) + " left" : "";
+    const std::string remaining = Outlook(progress);
     const std::string name = Name(progress);
 
     const auto fits = [room](const std::string& line) {

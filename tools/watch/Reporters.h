@@ -46,17 +46,6 @@ class PlainReporter : public Reporter {
     int last_tenth_ = 0;
 };
 
-// One JSON object a line for each event.
-class JsonReporter : public Reporter {
-  public:
-    explicit JsonReporter(TextSink sink) : sink_(std::move(sink)) {}
-
-    void Report(const WatchEvent& event) override;
-
-  private:
-    const TextSink sink_;
-};
-
 // Everything that the updater printed and what became of it, each line with the time of day.
 class LogReporter : public Reporter {
   public:

@@ -25,14 +25,18 @@ struct Ruling {
 class Shield {
   public:
     // `segments` of the download, 0 when nobody knows.
-    Shield(bbpflash_mode mode, int segments) : mode_(mode), segments_(segments) {}
+    explicit Shield(int segments) : segments_(segments) {}
 
-    Ruling Judge(const UpdateProgress& update, Milliseconds now) const;
+    // `mode` as far as the updater's lines have told it.
+    Ruling Judge(const UpdateProgress& update, bbpflash_mode mode, Milliseconds now) const;
+
+    // The chip has had more time than it ever needs to write its flash.
+    static bool IsOverdue(const UpdateProgress& update, Milliseconds now);
 
   private:
-    bool HasSegmentsToGo(int percent) const;
+    Ruling JudgeReset(const UpdateProgress& update, Milliseconds now) const;
+    Ruling JudgeDownload(const UpdateProgress& update, bbpflash_mode mode, Milliseconds now) const;
 
-    const bbpflash_mode mode_;
     const int segments_;
 };
 

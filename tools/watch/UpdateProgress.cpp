@@ -17,6 +17,10 @@ constexpr Milliseconds VERIFY_TIME(3000);
 // So many per cent make a pace that can be trusted.
 constexpr int PACE_PERCENT = 3;
 
+// What is granted beyond the usual before a time is no longer claimed.
+constexpr Milliseconds LATE_PERCENT(5000);
+constexpr Milliseconds LATE_PHASE(2000);
+
 // The phases of a pass in the order of their work.
 constexpr bbpflash_phase ORDER[] = {
     BBPFLASH_PHASE_RESET,   BBPFLASH_PHASE_DOWNLOAD, BBPFLASH_PHASE_BURN, BBPFLASH_PHASE_ERASE,
@@ -50,7 +54,11 @@ void UpdateProgress::Take(const bbpflash_event& event, Milliseconds now) {
     phase_ = event.phase;
     pass_ = event.pass;
     percent_ = event.percent;
-    is_refused_ = event.refused != 0;
+    if (event.refused == 0) {
+        refused_since_.reset();
+    } else if (!refused_since_) {
+        refused_since_ = now;
+    }
 }
 
 // As measured, once it can be, or else as expected.
@@ -102,19 +110,29 @@ double UpdateProgress::ShareOfPhase(Milliseconds now) const {
     return ShareOverTime(now - phase_began_, LengthOf(phase_));
 }
 
+// Whether what is on has lasted so much longer than usual that nobody can say how long it will.
+bool UpdateProgress::IsLate(Milliseconds now) const {
+    if (phase_ == BBPFLASH_PHASE_DOWNLOAD) {
+        return now - last_progress_ > LATE_PERCENT + Download() / LAST_OF_DOWNLOAD;
+    }
+    const bool is_before_pass = pass_ == 0 && phase_ == BBPFLASH_PHASE_CHECK;
+    return now - phase_began_ >
+           LATE_PHASE + LengthOf(is_before_pass ? BBPFLASH_PHASE_RESET : phase_) * 3 / 2;
+}
+
 Progress UpdateProgress::At(Milliseconds now) const {
     Progress progress;
     progress.pass = pass_;
     progress.percent = percent_;
     progress.elapsed = now;
-    progress.is_refused = is_refused_;
+    progress.is_refused = refused_since_.has_value();
     // The version check before the first pass belongs to its reset.
     const bool is_before_pass = pass_ == 0 && phase_ == BBPFLASH_PHASE_CHECK;
     progress.phase = is_before_pass ? BBPFLASH_PHASE_RESET : phase_;
     progress.writes_flash = phase_ == BBPFLASH_PHASE_BURN || phase_ == BBPFLASH_PHASE_ERASE ||
                             phase_ == BBPFLASH_PHASE_PROGRAM || phase_ == BBPFLASH_PHASE_VERIFY;
     if (phase_ == BBPFLASH_PHASE_ENDED) {
-        progress.done = percent_ == 100 ? 1 : 0;
+        progress.done = percent_ == 100 ? 1 : progress.done;
         return progress;
     }
     const Milliseconds total = Before(BBPFLASH_PHASE_CHECK) + LengthOf(BBPFLASH_PHASE_CHECK);
@@ -123,7 +141,7 @@ Progress UpdateProgress::At(Milliseconds now) const {
     const double over = static_cast<double>(Before(progress.phase).count()) + share * length;
     progress.done = over / static_cast<double>(total.count());
     progress.remaining = total - Milliseconds(static_cast<long long>(over));
-    if (is_refused_) {
+    if (refused_since_ || IsLate(now)) {
         progress.remaining.reset();
     }
     return progress;

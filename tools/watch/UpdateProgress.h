@@ -21,6 +21,7 @@ struct Progress {
     std::optional<Milliseconds> remaining;  // of this pass, where there is something to guess from
     bool is_refused = false;                // the chip's last word is that it rejects the image
     bool writes_flash = false;              // the chip has the image: power must stay
+    std::optional<Milliseconds> no_answer;  // so long the chip has answered nothing
 };
 
 // Follows an update through its phases and guesses what is left of it: from the pace of the
@@ -40,17 +41,21 @@ class UpdateProgress {
     Milliseconds PhaseBegan() const { return phase_began_; }
     Milliseconds LastProgress() const { return last_progress_; }
 
+    // Since when the chip's last word is that it rejects the image; nothing while it is not.
+    std::optional<Milliseconds> RefusedSince() const { return refused_since_; }
+
   private:
     Milliseconds Download() const;
     Milliseconds LengthOf(bbpflash_phase of) const;
     Milliseconds Before(bbpflash_phase until) const;
     double ShareOfPhase(Milliseconds now) const;
+    bool IsLate(Milliseconds now) const;
 
     const Milliseconds expected_download_;
     bbpflash_phase phase_ = BBPFLASH_PHASE_RESET;
     int pass_ = 0;
     int percent_ = 0;
-    bool is_refused_ = false;
+    std::optional<Milliseconds> refused_since_;
     Milliseconds phase_began_{0};
     Milliseconds last_progress_{0};
     int first_percent_ = 0;  // of this download, for its pace

@@ -1,60 +1,92 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/watch/Watch.h"
 
-#include <cstdlib>
 #include <utility>
 
+#include "tools/watch/Judgement.h"
 #include "tools/watch/ProgressLine.h"
 
 namespace tools {
+
+namespace {
+
+// So long after the last progress errors mean that the chip answers nothing any more.
+constexpr Milliseconds NO_ANSWER(10000);
+
+// So long a refusal must stay the chip's last word; it is asked several times meanwhile.
+constexpr Milliseconds SURE_REFUSAL(3000);
+
+bool IsError(bbpflash_level level) {
+    return level == BBPFLASH_LEVEL_ERROR || level == BBPFLASH_LEVEL_CRITICAL;
+}
+
+// Standard error has dumps in hexadecimal, and what other programs say.
+bool LooksLikeDump(const std::string& line) {
+    return line.find_first_not_of("0123456789abcdefABCDEF \t:") == std::string::npos;
+}
+
+}  // namespace
 
 Watch::Watch(const WatchConfig& config, std::vector<Reporter*> reporters)
     : config_(config),
       reporters_(std::move(reporters)),
       update_(config.download),
-      shield_(config.mode, config.segments),
-      parser_(config.mode, [this](const bbpflash_event& event) { TakeEvent(event); }) {}
+      record_(config.segments),
+      shield_(config.segments),
+      parser_(BBPFLASH_MODE_UNKNOWN, [this](const bbpflash_event& event) { TakeEvent(event); }) {}
 
-void Watch::Start(const std::string& command) {
-    Tell(WatchEvent::Kind::Start, command);
+void Watch::Start(const std::vector<std::string>& command) {
+    WatchEvent event = Event(WatchEvent::Kind::Start, "");
+    event.words = command;
+    Tell(event);
 }
 
 void Watch::Take(const char* bytes, std::size_t size, Milliseconds now) {
-    HearSomething(now);
+    time_ = now;
     parser_.Feed(bytes, size);
 }
 
 void Watch::TakeError(const char* bytes, std::size_t size, Milliseconds now) {
-    HearSomething(now);
+    time_ = now;
     for (std::size_t i = 0; i < size; ++i) {
         if (bytes[i] != '\n') {
             error_line_ += bytes[i];
         }
         if (bytes[i] == '\n' || error_line_.size() == BBPFLASH_LONGEST_LINE) {
-            Tell(WatchEvent::Kind::Message, error_line_);
-            error_line_.clear();
+            EndErrorLine();
         }
     }
 }
 
-void Watch::HearSomething(Milliseconds now) {
-    time_ = now;
-    last_heard_ = now;
-    is_silent_ = false;
+void Watch::EndErrorLine() {
+    WatchEvent event = Event(WatchEvent::Kind::Message, error_line_);
+    event.is_detail = LooksLikeDump(error_line_);
+    Tell(event);
+    error_line_.clear();
 }
 
 void Watch::TakeEvent(const bbpflash_event& event) {
     update_.Take(event, time_);
+    record_.Take(event);
     const std::string text(event.text, event.size);
     if (event.phase != phase_ || event.pass != pass_) {
         phase_ = event.phase;
         pass_ = event.pass;
-        refused_requests_ = 0;
         Tell(WatchEvent::Kind::Phase);
+    }
+    if (IsError(event.level)) {
+        last_error_ = time_;
+        has_failed_ = true;
     }
     const bool is_protocol = event.line == BBPFLASH_LINE_PERCENT ||
                              event.line == BBPFLASH_LINE_DONE || event.line == BBPFLASH_LINE_ERROR;
-    Tell(is_protocol ? WatchEvent::Kind::Progress : WatchEvent::Kind::Message, text, event.level);
+    WatchEvent told =
+        Event(is_protocol ? WatchEvent::Kind::Progress : WatchEvent::Kind::Message, text);
+    told.level = event.level;
+    // Beginning with its first error the updater shows everything, and what counts of it stands in
+    // the end's report.
+    told.is_detail = config_.is_talkative || has_failed_ || event.line == BBPFLASH_LINE_DUMP;
+    Tell(told);
     TellProblems(event.problems, text);
 }
 
@@ -69,15 +101,44 @@ void Watch::TellProblems(unsigned problems, const std::string& line) {
     }
 }
 
+bool Watch::HasNoAnswer() const {
+    const Milliseconds since = update_.LastProgress();
+    return has_failed_ && last_error_ > since && time_ - since > NO_ANSWER &&
+           time_ - last_error_ < NO_ANSWER && !update_.RefusedSince();
+}
+
+void Watch::LookForAnswers() {
+    const Milliseconds since = update_.LastProgress();
+    if (!HasNoAnswer() || silence_of_ == since) {
+        return;
+    }
+    silence_of_ = since;
+    const bool writes_flash = update_.At(time_).writes_flash;
+    Tell(WatchEvent::Kind::Stall,
+         "the chip has stopped answering at " + FormatTime(since) +
+             (writes_flash ? ", and it may still be writing its flash: do not switch off"
+                           : "; what it had before is untouched"));
+}
+
+void Watch::LookForProgress() {
+    const Milliseconds since = update_.LastProgress();
+    if (time_ - since <= config_.stall || stall_of_ == since || update_.RefusedSince()) {
+        return;
+    }
+    stall_of_ = since;
+    const Progress progress = update_.At(time_);
+    const std::string phase = bbpflash_phase_name(progress.phase);
+    const bool may_end = shield_.Judge(update_, record_.Mode(), time_).what == Ruling::What::End;
+    Tell(WatchEvent::Kind::Stall,
+         "no progress for " + FormatTime(time_ - since) + " minutes in the phase " + phase +
+             (may_end ? "; Ctrl-C ends the updater now" : "; Ctrl-C must wait"));
+}
+
 void Watch::Tick(Milliseconds now) {
     time_ = now;
-    if (!is_silent_ && now - last_heard_ > config_.stall) {
-        is_silent_ = true;
-        has_stalled_ = true;
-        Tell(WatchEvent::Kind::Stall,
-             "the updater has been silent for " + FormatTime(now - last_heard_) + " minutes");
-    }
-    const Progress progress = update_.At(now);
+    LookForAnswers();
+    LookForProgress();
+    const Progress progress = Event(WatchEvent::Kind::Progress, "").progress;
     for (Reporter* const reporter : reporters_) {
         reporter->Refresh(progress);
     }
@@ -91,25 +152,26 @@ void Watch::Request(const std::string& signal, Milliseconds now) {
 
 bool Watch::MayEnd(Milliseconds now) {
     time_ = now;
-    const Ruling ruling =
-        config_.only_asks ? Ruling{Ruling::What::End, ""} : shield_.Judge(update_, now);
-    if (ruling.what == Ruling::What::End) {
+    if (config_.only_asks || IsOver(now)) {
         return true;
     }
+    const Ruling ruling = shield_.Judge(update_, record_.Mode(), now);
     if (ruling.what == Ruling::What::Wait) {
         is_requested_ = false;
-        refused_requests_ += 1;
-        Tell(WatchEvent::Kind::Note,
-             refused_requests_ == 1 ? "not now: do not switch off or interrupt; once more tells why"
-                                    : "still waiting: " + ruling.reason);
+        Tell(WatchEvent::Kind::Note, "not now: " + ruling.reason);
     }
-    return false;
+    return ruling.what == Ruling::What::End;
 }
 
 void Watch::CannotEnd(const std::string& reason, Milliseconds now) {
     time_ = now;
     is_requested_ = false;
-    Tell(WatchEvent::Kind::Note, "the update goes on: " + reason);
+    Tell(WatchEvent::Kind::Note, "the updater cannot be ended: " + reason);
+}
+
+bool Watch::IsOver(Milliseconds now) const {
+    const std::optional<Milliseconds> since = update_.RefusedSince();
+    return since && now - *since >= SURE_REFUSAL;
 }
 
 void Watch::HangUp(Milliseconds now) {
@@ -120,64 +182,59 @@ void Watch::HangUp(Milliseconds now) {
 int Watch::Finish(int status, bool was_requested, Milliseconds now) {
     time_ = now;
     if (!error_line_.empty()) {
-        Tell(WatchEvent::Kind::Message, error_line_);
+        EndErrorLine();
     }
-    bbpflash_verdict verdict = parser_.Finish(status);
-    TellProblems(parser_.Problems(), "");
-    if (has_stalled_ && verdict == BBPFLASH_VERDICT_SUCCESS) {
-        verdict = BBPFLASH_VERDICT_DOUBTFUL;
-    }
+    Evidence evidence;
+    evidence.status = status;
+    evidence.was_requested = was_requested;
+    evidence.is_only_heard = config_.is_only_heard;
+    evidence.is_over = IsOver(now) && (was_requested || config_.is_only_heard);
+    evidence.is_slow = Shield::IsOverdue(update_, now);
+    evidence.stream = parser_.Finish(status);
+    unsigned problems = parser_.Problems();
 
-    WatchEvent event;
-    event.kind = WatchEvent::Kind::End;
-    event.progress = update_.At(now);
-    event.verdict = verdict;
-    event.status = status;
-    if (status == BBPFLASH_STATUS_UNKNOWN) {
-        event.status = verdict == BBPFLASH_VERDICT_FAILURE ? EXIT_FAILURE : EXIT_SUCCESS;
+    WatchEvent event = Event(WatchEvent::Kind::End, "");
+    event.ending = Judge(record_, evidence);
+    if (event.ending.verdict == Verdict::Doubtful && problems == 0) {
+        problems = BBPFLASH_PROBLEM_NO_END;
     }
-    if (event.status == EXIT_SUCCESS && verdict != BBPFLASH_VERDICT_SUCCESS) {
-        event.status = STATUS_DOUBTFUL;
+    if (!was_requested) {
+        TellProblems(problems, "");
     }
-    event.text = Ending(status, was_requested, verdict);
-    for (Reporter* const reporter : reporters_) {
-        reporter->Report(event);
-    }
-    return event.status;
+    Complete(event, status);
+    Tell(event);
+    return event.ending.status;
 }
 
-std::string Watch::Ending(int status, bool was_requested, bbpflash_verdict verdict) const {
-    const std::string after = " after " + FormatTime(time_);
-    const std::string with =
-        status == BBPFLASH_STATUS_UNKNOWN ? "" : ", status " + std::to_string(status);
-    if (was_requested) {
-        const bool is_untouched = pass_ == 0 || (pass_ == 1 && phase_ == BBPFLASH_PHASE_DOWNLOAD);
-        return "ended on request" + after +
-               (is_untouched ? "; the chip keeps the firmware that it has" : "");
+// Times, versions and the log, which the judgement does not need.
+void Watch::Complete(WatchEvent& event, int status) const {
+    Ending& ending = event.ending;
+    ending.elapsed = time_;
+    ending.log = config_.log;
+    if (status != BBPFLASH_STATUS_UNKNOWN) {
+        ending.updaters_status = status;
     }
-    if (config_.only_asks && verdict != BBPFLASH_VERDICT_DOUBTFUL) {
-        return (verdict == BBPFLASH_VERDICT_SUCCESS ? "done" : "failed" + with) + after;
+    ending.from = record_.From();
+    const bool has_new = ending.verdict == Verdict::Success || ending.verdict == Verdict::Current;
+    ending.to = has_new && record_.Label().empty() ? config_.label : record_.Label();
+    if (has_new) {
+        event.progress.done = 1;
     }
-    switch (verdict) {
-        case BBPFLASH_VERDICT_SUCCESS:
-            return (pass_ == 0 ? "up to date" : "updated and verified") + after;
-        case BBPFLASH_VERDICT_FAILURE:
-            return "the update failed" + with + after;
-        case BBPFLASH_VERDICT_DOUBTFUL:
-            break;
-    }
-    return "the outcome is in doubt" + with + after + ": " +
-           (has_stalled_ ? "the updater was silent for too long"
-                         : "the updater contradicts itself") +
-           "; ask the unit with bbpflash -i";
 }
 
-void Watch::Tell(WatchEvent::Kind kind, const std::string& text, bbpflash_level level) {
+WatchEvent Watch::Event(WatchEvent::Kind kind, const std::string& text) const {
     WatchEvent event;
     event.kind = kind;
-    event.progress = update_.At(time_);
     event.text = text;
-    event.level = level;
+    event.progress = update_.At(time_);
+    if (HasNoAnswer()) {
+        event.progress.no_answer = time_ - update_.LastProgress();
+        event.progress.remaining.reset();
+    }
+    return event;
+}
+
+void Watch::Tell(const WatchEvent& event) {
     for (Reporter* const reporter : reporters_) {
         reporter->Report(event);
     }

@@ -2,26 +2,28 @@
 #ifndef BBPFLASH_TOOLS_WATCH_WATCH_H
 #define BBPFLASH_TOOLS_WATCH_WATCH_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/stream/StreamParser.h"
 #include "tools/watch/Shield.h"
 #include "tools/watch/UpdateProgress.h"
+#include "tools/watch/UpdateRecord.h"
 #include "tools/watch/WatchEvent.h"
 
 namespace tools {
 
 struct WatchConfig {
-    bbpflash_mode mode = BBPFLASH_MODE_UNKNOWN;
     bool only_asks = false;        // -i: the updater changes nothing
+    bool is_only_heard = false;    // bbpwatch has not started the updater
+    bool is_talkative = false;     // the updater says more than people want to read
     int segments = 0;              // of the image's download, 0 when unknown
     Milliseconds download{25000};  // that it should take
-    Milliseconds stall{180000};    // silence that is too long
+    Milliseconds stall{180000};    // without progress that is too long
+    std::string label;             // of the image, empty when unknown
+    std::string log;               // the file that keeps everything, empty without one
 };
-
-// The exit status when the updater's own says success and something contradicts it.
-constexpr int STATUS_DOUBTFUL = 76;
 
 // The watcher's head: it is told what the updater writes, how it ends, which signals come and what
 // time it is since the start, and decides what that means. It does no input, output or waiting.
@@ -30,7 +32,7 @@ class Watch {
     // The reporters stay the caller's.
     Watch(const WatchConfig& config, std::vector<Reporter*> reporters);
 
-    void Start(const std::string& command);
+    void Start(const std::vector<std::string>& command);
 
     // Bytes of the updater's standard output.
     void Take(const char* bytes, std::size_t size, Milliseconds now);
@@ -56,33 +58,42 @@ class Watch {
     // request.
     void CannotEnd(const std::string& reason, Milliseconds now);
 
+    // Whether the chip's last word, for some seconds now, is that it refuses the image: nothing but
+    // an end can come of this update.
+    bool IsOver(Milliseconds now) const;
+
     // The terminal is gone; the update goes on.
     void HangUp(Milliseconds now);
 
     // The updater has ended with this status (see bbpflash_stream_finish), of its own accord or by
-    // the request. Returns bbpwatch's exit status.
+    // the request, or because the update was over. Returns bbpwatch's exit status.
     int Finish(int status, bool was_requested, Milliseconds now);
 
   private:
     void TakeEvent(const bbpflash_event& event);
-    void Tell(WatchEvent::Kind kind, const std::string& text = "",
-              bbpflash_level level = BBPFLASH_LEVEL_NONE);
+    void EndErrorLine();
+    WatchEvent Event(WatchEvent::Kind kind, const std::string& text) const;
+    void Tell(const WatchEvent& event);
+    void Tell(WatchEvent::Kind kind, const std::string& text = "") { Tell(Event(kind, text)); }
     void TellProblems(unsigned problems, const std::string& line);
-    void HearSomething(Milliseconds now);
-    std::string Ending(int status, bool was_requested, bbpflash_verdict verdict) const;
+    bool HasNoAnswer() const;
+    void LookForAnswers();
+    void LookForProgress();
+    void Complete(WatchEvent& event, int status) const;
 
     const WatchConfig config_;
     const std::vector<Reporter*> reporters_;
     UpdateProgress update_;
+    UpdateRecord record_;
     const Shield shield_;
     StreamParser parser_;
     std::string error_line_;
     Milliseconds time_{0};
-    Milliseconds last_heard_{0};
-    bool is_silent_ = false;    // the silence that is on was told
-    bool has_stalled_ = false;  // at any time
+    Milliseconds last_error_{0};
+    Milliseconds stall_of_{-1};    // the progress after which a stall was told
+    Milliseconds silence_of_{-1};  // the progress after which a missing answer was told
+    bool has_failed_ = false;      // an error was heard
     bool is_requested_ = false;
-    int refused_requests_ = 0;
     unsigned told_problems_ = 0;
     bbpflash_phase phase_ = BBPFLASH_PHASE_RESET;
     int pass_ = 0;

@@ -5,28 +5,34 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "tools/watch/Ending.h"
 #include "tools/watch/UpdateProgress.h"
 
 namespace tools {
 
 struct WatchEvent {
     enum class Kind {
-        Start,     // `text`: the command
+        Start,     // `words`: the command
         Phase,     // a phase or a pass began
         Progress,  // `text`: a line of the updater's protocol, most often a percentage
         Message,   // `text`: a line of the updater's for people; `level` of a message
         Note,      // `text`: what bbpwatch has to say
         Problem,   // `text`: a contradiction to the contract on the updater's output
-        Stall,     // `text`: silence for too long
-        End,       // `text`: how it ended; `status` and `verdict`
+        Stall,     // `text`: no progress for too long
+        Check,     // `text`: what was found; `name` and `is_well`
+        End,       // `ending`
     };
     Kind kind = Kind::Note;
     Progress progress;
     std::string text;  // any bytes
     bbpflash_level level = BBPFLASH_LEVEL_NONE;
-    int status = 0;  // bbpwatch's own exit status
-    bbpflash_verdict verdict = BBPFLASH_VERDICT_DOUBTFUL;
+    bool is_detail = false;  // for logs and programs, not for a person's eyes
+    std::vector<std::string> words;
+    std::string name;
+    std::optional<bool> is_well;  // nothing: it cannot be known
+    Ending ending;
 };
 
 // Somebody who is told what happens.

@@ -105,7 +105,8 @@ bool WatchLoop::TryToEnd(UpdaterProcess& updater) {
         return true;
     } catch (const common::Failure& failure) {
         watch_.CannotEnd(failure.what(), Now());
-        return false;
+        // Nothing can come of an update that is over, even if it must be left alone.
+        return watch_.IsOver(Now());
     }
 }
 
@@ -124,13 +125,13 @@ int WatchLoop::Run(UpdaterProcess& updater) {
         status = updater.Status();
         Drain(updater);
         Tick();
-        if (!status && watch_.IsRequested()) {
+        if (!status && (watch_.IsRequested() || watch_.IsOver(Now()))) {
             is_ended = TryToEnd(updater);
-            status = updater.Status();
+            status = is_ended ? 128 + request_ : updater.Status();
         }
     }
     Drain(updater);
-    const int result = watch_.Finish(is_ended ? 128 + request_ : *status, is_ended, Now());
+    const int result = watch_.Finish(*status, is_ended, Now());
     output_.Drain(LAST_OUTPUT);
     return result;
 }
@@ -138,7 +139,7 @@ int WatchLoop::Run(UpdaterProcess& updater) {
 int WatchLoop::Read(int descriptor) {
     char bytes[4096];
     bool is_over = false;
-    while (!is_over && request_ == 0) {
+    while (!is_over && request_ == 0 && !watch_.IsOver(Now())) {
         pollfd entry = {descriptor, POLLIN, 0};
         Wait(descriptor, -1);
         if (poll(&entry, 1, 0) == 1) {

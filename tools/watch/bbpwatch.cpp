@@ -1,227 +1,197 @@
 // SPDX-License-Identifier: Apache-2.0
 // bbpwatch: runs an update, shows how far it is, shields it from being cut off, and judges its end.
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <chrono>
+#include <cerrno>
 #include <cstdlib>
-#include <ctime>
+#include <cstring>
 #include <iostream>
-#include <memory>
 #include <optional>
 
 #include "common/Failure.h"
+#include "common/Spawn.h"
 #include "common/StandardDescriptors.h"
-#include "common/Text.h"
 #include "tools/image/ImageInspector.h"
-#include "tools/stream/UpdaterOptions.h"
+#include "tools/watch/Audience.h"
 #include "tools/watch/BusLock.h"
-#include "tools/watch/Reporters.h"
+#include "tools/watch/CommandLine.h"
+#include "tools/watch/UnitCheck.h"
 #include "tools/watch/WatchLoop.h"
 
 namespace {
 
-using tools::Milliseconds;
-using Words = std::vector<std::string>;
+using tools::Audience;
+using tools::Options;
+using tools::Verdict;
+using tools::WatchEvent;
 
-// Beyond what an updater ends with, in the manner of sysexits.h.
-constexpr int STATUS_USAGE = 64;
-constexpr int STATUS_IMAGE = 65;
-constexpr int STATUS_SYSTEM = 71;
-
-constexpr Milliseconds SEGMENT_WAIT(1);  // between a segment and its acknowledgement, and a bit
-
-struct Options {
-    Words command;
-    bool as_json = false;
-    bool no_check = false;
-    double stall = 180;
-    std::string log;
-    std::string lock = tools::BusLock::DefaultPath();
-};
-
-bool IsTerminal() {
-    const char* const kind = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::string(kind) != "dumb";
-}
-
-bool HasColour() {
-    const char* const refused = std::getenv("NO_COLOR");
-    return refused == nullptr || *refused == '\0';
-}
-
-int TerminalWidth() {
-    winsize size = {};
-    const bool is_known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return is_known ? size.ws_col : 80;
-}
-
-// "2026-11-20T12:34:56.789Z"
-std::string TimeOfDay() {
-    const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    const auto milliseconds =
-        std::chrono::duration_cast<Milliseconds>(now.time_since_epoch()).count() % 1000;
-    std::tm parts = {};
-    gmtime_r(&seconds, &parts);
-    char text[40];
-    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + size, sizeof text - size, ".%03dZ", static_cast<int>(milliseconds));
-    return text;
-}
-
-// The updater's own command line in one that may start it through other programs.
-Words UpdatersPart(const Words& command) {
-    for (auto word = command.begin(); word != command.end(); ++word) {
-        if (word->substr(word->rfind('/') + 1) == "bbpflash") {
-            return Words(word, command.end());
-        }
+// Those who read events must have them all.
+int CheckOutput(const Options& options, Audience& audience, int result) {
+    const int error = audience.Output().Error();
+    if (!options.as_json || error == 0 || error == EPIPE) {
+        return result;
     }
-    return command;
+    std::cerr << "bbpwatch: writing the events: " << std::strerror(error) << "\n";
+    return result == EXIT_SUCCESS ? tools::STATUS_OUTPUT : result;
 }
-
-// What to expect of an update with this image.
-void Expect(const tools::ImageReport& report, tools::WatchConfig& config) {
-    if (report.segments && report.size > 0) {
-        config.segments = *report.segments;
-        config.download = Milliseconds(static_cast<long long>(report.wire_seconds * 1000)) +
-                          config.segments * SEGMENT_WAIT;
-    }
-}
-
-// Shows what is wrong with the image. Returns whether an update can succeed with it.
-bool IsUsable(const tools::ImageReport& report) {
-    if (report.GetGrade() != tools::Grade::Clean) {
-        std::cerr << tools::ToText(report);
-    }
-    return report.GetGrade() != tools::Grade::Unusable;
-}
-
-// Those who are told, and where they write.
-struct Audience {
-    tools::OutputQueue output{STDOUT_FILENO};
-    std::vector<std::unique_ptr<tools::Reporter>> owned;
-
-    explicit Audience(const Options& options) {
-        const auto put = [this](const std::string& text) { output.Put(text); };
-        if (options.as_json) {
-            owned.push_back(std::make_unique<tools::JsonReporter>(put));
-        } else if (IsTerminal()) {
-            owned.push_back(
-                std::make_unique<tools::TerminalReporter>(put, TerminalWidth, HasColour()));
-        } else {
-            owned.push_back(std::make_unique<tools::PlainReporter>(put));
-        }
-        if (!options.log.empty()) {
-            AddLog(options.log);
-        }
-    }
-
-    std::vector<tools::Reporter*> All() const {
-        std::vector<tools::Reporter*> all;
-        for (const auto& reporter : owned) {
-            all.push_back(reporter.get());
-        }
-        return all;
-    }
-
-  private:
-    void AddLog(const std::string& path) {
-        const int log = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (log == -1) {
-            throw common::ErrnoFailure("opening the log " + path, errno);
-        }
-        const auto write_line = [log](const std::string& line) {
-            // A log that is full is no reason to disturb an update.
-            return write(log, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-        };
-        owned.push_back(std::make_unique<tools::LogReporter>(write_line, TimeOfDay));
-    }
-};
 
 int WatchLines(const Options& options) {
-    tools::WatchConfig config;
-    config.stall = Milliseconds(static_cast<long long>(options.stall * 1000));
-    Audience audience(options);
+    tools::WatchConfig config = tools::Expect(options).config;
+    config.is_only_heard = true;
+    config.is_talkative = false;
+    config.log = options.log;
+    Audience audience(options.as_json);
+    if (!options.log.empty()) {
+        audience.AddLog(options.log);
+    }
     tools::SignalQueue signals;
     tools::Watch watch(config, audience.All());
-    watch.Start("standard input");
-    return tools::WatchLoop(watch, signals, audience.output).Read(STDIN_FILENO);
+    watch.Start({});
+    const int result = tools::WatchLoop(watch, signals, audience.Output()).Read(STDIN_FILENO);
+    return CheckOutput(options, audience, result);
+}
+
+// Throws common::Failure when no update can succeed with this image.
+void Inspect(const Options& options, const std::string& image, tools::WatchConfig& config) {
+    const tools::ImageReport report = tools::InspectImage(image);
+    tools::Expect(report, config);
+    if (options.no_check || report.GetGrade() == tools::Grade::Clean) {
+        return;
+    }
+    std::cerr << tools::ToText(report);
+    if (report.GetGrade() == tools::Grade::Unusable) {
+        throw common::Failure("not started: no update can succeed with this image",
+                              tools::STATUS_IMAGE);
+    }
 }
 
 int WatchCommand(const Options& options) {
-    const tools::UpdaterOptions updater_options =
-        tools::ParseUpdaterOptions(UpdatersPart(options.command));
-    tools::WatchConfig config;
-    config.mode = updater_options.status ? BBPFLASH_MODE_STATUS : BBPFLASH_MODE_NARRATING;
-    config.only_asks = updater_options.info_only && !updater_options.force;
-    config.stall = Milliseconds(static_cast<long long>(options.stall * 1000));
-
+    tools::Expectation expectation = tools::Expect(options);
+    tools::WatchConfig& config = expectation.config;
     tools::BusLock lock(options.lock);
-    if (!config.only_asks && !updater_options.image.empty()) {
-        const tools::ImageReport report = tools::InspectImage(updater_options.image);
-        Expect(report, config);
-        if (!options.no_check && !IsUsable(report)) {
-            throw common::Failure("not started: no update can succeed with this image",
-                                  STATUS_IMAGE);
-        }
-        if (!updater_options.status) {
-            std::cerr << "bbpwatch: without -s the updater tells little of how far it is\n";
-        }
+    if (!expectation.image.empty()) {
+        Inspect(options, expectation.image, config);
     }
-    Audience audience(options);
+    if (expectation.tells_little) {
+        std::cerr << "bbpwatch: without -s the updater tells little of how far it is\n";
+    }
+    Audience audience(options.as_json);
     tools::SignalQueue signals;
-    tools::Watch watch(config, audience.All());
-    tools::UpdaterProcess updater(options.command);
-    lock.AddHolder(updater.Id());
-    watch.Start(common::Join(options.command, " "));
-    return tools::WatchLoop(watch, signals, audience.output).Run(updater);
+    const bool is_temporary = options.log.empty();
+    if (!is_temporary) {
+        audience.AddLog(options.log);
+    }
+    config.log = is_temporary ? audience.AddTemporaryLog() : options.log;
+    const auto drop_log = [&] {
+        if (is_temporary && !config.log.empty()) {
+            unlink(config.log.c_str());
+        }
+    };
+    try {
+        const std::vector<std::string> command = tools::UpdatersCommand(options);
+        tools::Watch watch(config, audience.All());
+        watch.Start(command);
+        if (CheckOutput(options, audience, EXIT_SUCCESS) != EXIT_SUCCESS) {
+            throw common::Failure("not started: nobody would read the events",
+                                  tools::STATUS_OUTPUT);
+        }
+        tools::UpdaterProcess updater(command);
+        lock.AddHolder(updater.Id());
+        const int result = tools::WatchLoop(watch, signals, audience.Output()).Run(updater);
+        if (result == EXIT_SUCCESS) {
+            drop_log();
+        }
+        return CheckOutput(options, audience, result);
+    } catch (const common::Failure& failure) {
+        drop_log();
+        throw;
+    }
 }
 
-// Returns the exit status where help was all that was asked for.
-std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
-    CLI::App app("Watches an update: bbpwatch [OPTIONS] -- bbpflash -s image.bin", "bbpwatch");
-    app.set_version_flag("--version", "bbpwatch " BBP_VERSION);
-    app.add_flag("--json", options.as_json, "Tell each event as a line of JSON");
-    app.add_option("--log", options.log, "Append all that the updater prints, with times");
-    app.add_option("--stall", options.stall, "Seconds of silence that are too many")
-        ->check(CLI::Range(0.1, 86400.0))
-        ->capture_default_str();
-    app.add_flag("--no-check", options.no_check, "Start even with an image that cannot succeed");
-    app.add_option("--lock", options.lock, "File that keeps a second update away")
-        ->capture_default_str();
-    app.add_option("COMMAND", options.command,
-                   "The updater and its arguments; without, its lines come from standard input");
-    app.positionals_at_end();
-    app.footer(
-        "The exit status is the updater's, but 76 when it says success and the output contradicts\n"
-        "it. 64 wrong usage, 65 unusable image, 71 system failure, 75 another update is running,\n"
-        "126 and 127 updater not started, 128 and more: ended by a signal, or on request.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& asked) {
-        return app.exit(asked);
-    } catch (const CLI::ParseError& error) {
-        throw common::Failure(std::string(error.what()) + " (bbpwatch --help lists the options)",
-                              STATUS_USAGE);
+int Check(const Options& options) {
+    Audience audience(options.as_json);
+    WatchEvent end;
+    end.kind = WatchEvent::Kind::End;
+    end.ending.verdict = Verdict::Ready;
+    end.ending.status = EXIT_SUCCESS;
+    for (const tools::Requirement& requirement : tools::CheckUnit(options.lock, options.image)) {
+        WatchEvent event;
+        event.kind = WatchEvent::Kind::Check;
+        event.name = requirement.name;
+        event.is_well = requirement.is_well;
+        event.text = requirement.text;
+        audience.All().front()->Report(event);
+        if (requirement.is_well == false) {
+            end.ending.verdict = Verdict::NotReady;
+            end.ending.status = tools::STATUS_NOT_READY;
+        }
     }
-    return std::nullopt;
+    audience.All().front()->Report(end);
+    audience.Output().Drain(tools::Milliseconds(2000));
+    return CheckOutput(options, audience, end.ending.status);
+}
+
+const char* ReasonFor(int status) {
+    switch (status) {
+        case tools::STATUS_USAGE:
+            return "usage";
+        case tools::STATUS_IMAGE:
+            return "image";
+        case tools::STATUS_OUTPUT:
+            return "output";
+        case tools::STATUS_TAKEN:
+            return "taken";
+        case common::STATUS_NOT_EXECUTABLE:
+            return "not-executable";
+        case common::STATUS_NOT_FOUND:
+            return "not-found";
+        default:
+            return "system";
+    }
+}
+
+// Programs are told by an event, too.
+void TellNotStarted(const common::Failure& failure) {
+    Audience audience(true);
+    WatchEvent end;
+    end.kind = WatchEvent::Kind::End;
+    end.ending.verdict = Verdict::NotStarted;
+    end.ending.status = failure.Status().value_or(tools::STATUS_SYSTEM);
+    end.ending.content = tools::Content::Old;
+    end.ending.reason = ReasonFor(end.ending.status);
+    end.ending.what = failure.what();
+    audience.All().front()->Report(end);
+    audience.Output().Drain(tools::Milliseconds(2000));
 }
 
 int Run(int argc, char** argv) {
     Options options;
-    const std::optional<int> answered = ParseOptions(argc, argv, options);
+    const std::optional<int> answered = tools::ParseCommandLine(argc, argv, options);
     if (answered) {
         return *answered;
     }
-    return options.command.empty() ? WatchLines(options) : WatchCommand(options);
+    if (options.only_checks) {
+        return Check(options);
+    }
+    return options.command.empty() && options.image.empty() ? WatchLines(options)
+                                                            : WatchCommand(options);
+}
+
+int RunAndTell(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const common::Failure& failure) {
+        if (tools::WantsJson(argc, argv)) {
+            TellNotStarted(failure);
+        }
+        throw;
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     common::OpenMissingStandardDescriptors();
-    return common::RunProgram("bbpwatch", STATUS_SYSTEM, [&] { return Run(argc, argv); });
+    return common::RunProgram("bbpwatch", tools::STATUS_SYSTEM,
+                              [&] { return RunAndTell(argc, argv); });
 }

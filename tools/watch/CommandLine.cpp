@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/watch/CommandLine.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+
+#include "common/Failure.h"
+#include "common/Text.h"
+#include "tools/stream/UpdaterOptions.h"
+#include "tools/watch/BusLock.h"
+
+namespace tools {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const char UPDATER[] = "bbpflash";
+const char SEPARATOR[] = "--";
+
+constexpr Milliseconds SEGMENT_WAIT(1);  // between a segment and its acknowledgement, and a bit
+
+constexpr double SHORTEST_STALL = 0.1;  // seconds
+constexpr double LONGEST_STALL = 86400;
+
+const char DESCRIPTION[] =
+    "Runs an update, shows how far it is, keeps it from being cut off, and judges its end.\n\n"
+    "  bbpwatch image.bin                updates the unit with this image\n"
+    "  bbpwatch --check image.bin        looks whether it could, and touches nothing\n"
+    "  bbpwatch -- bbpflash -s image.bin runs this command\n"
+    "  bbpflash -s image.bin | bbpwatch  judges these lines; it cannot protect that updater\n";
+
+const char STATUSES[] =
+    "The exit status is 0 when the unit has the firmware of the image, and else the updater's "
+    "own,\n"
+    "or: 64 wrong usage, 65 the image cannot be used, 69 not ready (--check), 71 a failure of the\n"
+    "system, 74 the events cannot be written, 75 another update runs on this bus, 76 the outcome "
+    "is\n"
+    "in doubt, 77 the chip refuses the image, 126 and 127 the updater was not started, 128 and "
+    "more:\n"
+    "ended by a signal, or on request.";
+
+void AddOptions(CLI::App& app, Options& options) {
+    app.set_version_flag("--version", "bbpwatch " BBP_VERSION);
+    app.add_flag("--check", options.only_checks,
+                 "Look whether the unit and the image are ready; no reset, no transfer");
+    app.add_flag("--force", options.force,
+                 "Program even if the version is the same or cannot be read");
+    app.add_flag("--json", options.as_json, "Tell each event as a line of JSON");
+    app.add_option("--log", options.log, "Append all that the updater prints, with times");
+    app.add_option("--stall", options.stall, "Report when so many seconds bring no progress")
+        ->check(CLI::Range(SHORTEST_STALL, LONGEST_STALL))
+        ->capture_default_str();
+    app.add_flag("--no-check", options.no_check, "Start even with an image that cannot succeed");
+    app.add_option("--lock", options.lock, "Use this file to keep a second update away")
+        ->capture_default_str();
+    app.add_option("IMAGE", options.image, "The image to program");
+    app.footer(STATUSES);
+}
+
+void CheckUsage(const Options& options, bool has_separator) {
+    const auto refuse = [](const std::string& why) {
+        throw common::Failure(why + " (bbpwatch --help tells how to use it)", STATUS_USAGE);
+    };
+    if (has_separator && options.command.empty()) {
+        refuse("no command behind --");
+    }
+    if (has_separator && (!options.image.empty() || options.only_checks || options.force)) {
+        refuse("an image, --check and --force do not go with a command behind --");
+    }
+    if (options.force && options.image.empty()) {
+        refuse("--force needs an image");
+    }
+    const bool reads_input = !has_separator && !options.only_checks && options.image.empty();
+    if (reads_input && isatty(STDIN_FILENO) != 0) {
+        refuse("no image, no command, and nothing to read from: bbpwatch image.bin");
+    }
+}
+
+// The updater's own command line in one that may start it through other programs.
+Words UpdatersPart(const Words& command) {
+    for (auto word = command.begin(); word != command.end(); ++word) {
+        if (std::filesystem::path(*word).filename() == UPDATER) {
+            return Words(word, command.end());
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<int> ParseCommandLine(int argc, char** argv, Options& options) {
+    CLI::App app(DESCRIPTION, "bbpwatch");
+    options.lock = BusLock::DefaultPath();
+    AddOptions(app, options);
+    int own = 0;
+    while (own < argc && std::string(argv[own]) != SEPARATOR) {
+        ++own;
+    }
+    const bool has_separator = own < argc;
+    if (has_separator) {
+        options.command.assign(argv + own + 1, argv + argc);
+    }
+    try {
+        app.parse(own, argv);
+    } catch (const CLI::Success& asked) {
+        return app.exit(asked);
+    } catch (const CLI::ParseError& error) {
+        throw common::Failure(std::string(error.what()) + " (bbpwatch --help tells how to use it)",
+                              STATUS_USAGE);
+    }
+    CheckUsage(options, has_separator);
+    return std::nullopt;
+}
+
+bool WantsJson(int argc, char** argv) {
+    for (int i = 1; i < argc && std::string(argv[i]) != SEPARATOR; ++i) {
+        if (std::string(argv[i]) == "--json") {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string OwnUpdater() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::string beside = error ? "" : (self.parent_path() / UPDATER).string();
+    return !beside.empty() && access(beside.c_str(), X_OK) == 0 ? beside : UPDATER;
+}
+
+// With all that the updater can say: only then both versions are known.
+std::vector<std::string> UpdatersCommand(const Options& options) {
+    if (!options.command.empty()) {
+        return options.command;
+    }
+    Words command = {OwnUpdater(), "-s", "-vvvvvv"};
+    if (options.force) {
+        command.emplace_back("-f");
+    }
+    // The updater would take it for options.
+    const bool looks_like_option = common::StartsWith(options.image, "-");
+    command.push_back((looks_like_option ? "./" : "") + options.image);
+    return command;
+}
+
+Expectation Expect(const Options& options) {
+    Expectation expectation;
+    expectation.config.stall = Milliseconds(static_cast<long long>(options.stall * 1000));
+    if (options.command.empty()) {
+        expectation.config.is_talkative = true;
+        expectation.image = options.image;
+        return expectation;
+    }
+    const Words part = UpdatersPart(options.command);
+    const UpdaterOptions updater = ParseUpdaterOptions(part.empty() ? options.command : part);
+    expectation.config.only_asks = updater.info_only && !updater.force;
+    // Another program's last word need not be an image.
+    std::error_code error;
+    const bool is_image = !part.empty() || std::filesystem::is_regular_file(updater.image, error);
+    if (is_image && !expectation.config.only_asks) {
+        expectation.image = updater.image;
+        expectation.tells_little = !part.empty() && !updater.status;
+    }
+    return expectation;
+}
+
+void Expect(const ImageReport& report, WatchConfig& config) {
+    if (report.segments && report.size > 0) {
+        config.segments = *report.segments;
+        config.download = Milliseconds(static_cast<long long>(report.wire_seconds * 1000)) +
+                          config.segments * SEGMENT_WAIT;
+    }
+    config.label = report.label.value_or("");
+}
+
+}  // namespace tools
