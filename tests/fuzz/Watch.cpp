@@ -33,7 +33,6 @@ class Story {
   public:
     explicit Story(Input& input) : input_(input), segments_(2 + input.Byte() * 3) {
         tools::WatchConfig config;
-        config.mode = BBPFLASH_MODE_STATUS;
         config.segments = segments_;
         watch_ = std::make_unique<tools::Watch>(config, std::vector<tools::Reporter*>{&nobody_});
     }
