@@ -18,12 +18,6 @@ namespace common {
 
 namespace {
 
-std::string Resolve(const std::string& path) {
-    std::error_code error;
-    const std::filesystem::path resolved = std::filesystem::canonical(path, error);
-    return error ? path : resolved.string();
-}
-
 // What the process's mask leaves of the mode of a new file.
 mode_t NewFileMode() {
     const mode_t mask = umask(0);
@@ -33,7 +27,21 @@ mode_t NewFileMode() {
 
 }  // namespace
 
-AtomicFile::AtomicFile(const std::string& path) : target_(Resolve(path)) {
+std::string FollowLinks(const std::string& path) {
+    constexpr int MOST_LINKS = 40;  // as the kernel follows
+    std::filesystem::path target = path;
+    std::error_code error;
+    for (int i = 0; i < MOST_LINKS && std::filesystem::is_symlink(target, error); ++i) {
+        const std::filesystem::path next = std::filesystem::read_symlink(target, error);
+        if (error) {
+            break;
+        }
+        target = target.parent_path() / next;
+    }
+    return target.string();
+}
+
+AtomicFile::AtomicFile(const std::string& path) : target_(FollowLinks(path)) {
     const std::string parent = std::filesystem::path(target_).parent_path().string();
     folder_ = parent.empty() ? "." : parent;
     temporary_ = target_ + ".XXXXXX";

@@ -9,6 +9,9 @@
 
 namespace common {
 
+// The file that the path leads to by symbolic links; it need not exist.
+std::string FollowLinks(const std::string& path);
+
 // A file that is replaced as a whole or not at all: its new content goes to a temporary file in the
 // same folder, which takes the name over when it is complete and on the disk. Every failure throws
 // Failure and leaves the named file as it was; the temporary file goes in any case.

@@ -13,12 +13,6 @@ const char LOADER_VERSION[] = "LOADER ONLY";
 namespace {
 
 constexpr std::uint8_t INSTANCE = 1;
-constexpr std::uint8_t ERASED = 0xFF;
-
-// The flash's first block is erased first and programmed last: while it is blank, the chip knows
-// that it holds no complete firmware.
-constexpr std::size_t BLOCK = 256;
-
 constexpr std::size_t CONFIGURATION_SIZE = 256;
 
 // A reply fits a read, so a longer version text is cut: a byte 0 stands before it, a NUL behind.
@@ -27,24 +21,10 @@ constexpr std::size_t LONGEST_REPORTED = READ_ROOM - OVERHEAD - 2;
 // No more than this many segments' room is made in advance, whatever a message announces.
 constexpr std::size_t FORESEEN_SEGMENTS = 1024;
 
-std::size_t Share(std::size_t size, Duration done, Duration whole) {
-    if (whole <= Duration::zero()) {
-        return size;
-    }
-    const double share = static_cast<double>(done.count()) / static_cast<double>(whole.count());
-    return std::min(size, static_cast<std::size_t>(static_cast<double>(size) * share));
-}
-
-bool IsBlank(const std::vector<std::uint8_t>& flash) {
-    const auto end = flash.begin() + static_cast<std::ptrdiff_t>(std::min(BLOCK, flash.size()));
-    return std::all_of(flash.begin(), end, [](std::uint8_t byte) { return byte == ERASED; });
-}
-
 }  // namespace
 
 ChipModel::ChipModel(ChipConfig config)
-    : config_(std::move(config)), flash_(std::move(config_.flash)) {
-    bootable_ = flash_.empty() || !IsBlank(flash_);
+    : config_(std::move(config)), burn_(config_.burn, std::move(config_.flash)) {
     Boot();
 }
 
@@ -75,9 +55,8 @@ void ChipModel::LosePower() {
 }
 
 void ChipModel::Stop() {
-    InterruptBurn();
-    phase_ = Phase::Idle;
-    downloading_ = false;
+    burn_.Interrupt();
+    incoming_.running = false;
     unprotected_ = false;
     hung_ = false;
     reply_size_ = 0;
@@ -91,14 +70,14 @@ void ChipModel::Start() {
 }
 
 void ChipModel::Boot() {
-    if (!bootable_) {
+    if (!burn_.IsBootable()) {
         version_ = LOADER_VERSION;
-    } else if (programmed_ && config_.reports) {
+    } else if (burn_.WasProgrammed() && config_.reports) {
         version_ = *config_.reports;
-    } else if (flash_.empty()) {
+    } else if (!burn_.IsKnown()) {
         version_ = config_.installed;
     } else {
-        version_ = LabelVersion(flash_);
+        version_ = LabelVersion(burn_.Flash());
     }
     version_.resize(std::min(version_.size(), LONGEST_REPORTED));
 }
@@ -109,147 +88,34 @@ void ChipModel::Elapse(Duration time) {
     }
     until_reply_ = std::max(until_reply_ - time, Duration::zero());
     until_started_ = std::max(until_started_ - time, Duration::zero());
-    while (Burning() && !frozen_) {
-        const Duration left = PhaseEnd() - in_phase_;
-        if (time < left) {
-            in_phase_ += time;
-            return;
-        }
-        time -= left;
-        in_phase_ += left;
-        EndPhase();
-    }
+    hung_ = !burn_.Elapse(time);
 }
 
-bool ChipModel::Burning() const {
-    return phase_ == Phase::Erasing || phase_ == Phase::Programming || phase_ == Phase::Verifying;
+std::optional<Duration> ChipModel::UntilNextPhase() const {
+    return powered_ && line_high_ && !hung_ ? burn_.UntilNextPhase() : std::nullopt;
 }
 
-Duration ChipModel::PhaseLength() const {
-    switch (phase_) {
-        case Phase::Erasing:
-            return config_.burn.erase;
-        case Phase::Programming:
-            return config_.burn.program;
-        default:
-            return config_.burn.verify;
-    }
-}
-
-std::optional<unsigned> ChipModel::DeathInPhase() const {
-    switch (phase_) {
-        case Phase::Erasing:
-            return plan_.die_erasing;
-        case Phase::Programming:
-            return plan_.die_programming;
-        default:
-            return std::nullopt;
-    }
-}
-
-Duration ChipModel::PhaseEnd() const {
-    const std::optional<unsigned> death = DeathInPhase();
-    return death ? PhaseLength() * *death / 100 : PhaseLength();
-}
-
-void ChipModel::EndPhase() {
-    if (DeathInPhase()) {
-        InterruptBurn();
-        phase_ = Phase::Idle;
-        hung_ = true;
-        return;
-    }
-    in_phase_ = Duration::zero();
-    switch (phase_) {
-        case Phase::Erasing:
-            phase_ = Phase::Programming;
-            break;
-        case Phase::Programming:
-            phase_ = Phase::Verifying;
-            flash_ = std::move(image_);
-            image_.clear();
-            bootable_ = true;
-            programmed_ = true;
-            flash_changes_ += 1;
-            break;
-        default:
-            phase_ = plan_.verify_fails ? Phase::Failed : Phase::Complete;
-            if (plan_.verify_fails) {
-                Invalidate();
-            }
-            break;
-    }
-}
-
-// Leaves in the flash what a burn has done to it so far. Reading it back does nothing to it.
-void ChipModel::InterruptBurn() {
-    if (phase_ == Phase::Erasing) {
-        EraseFrontPart();
-    } else if (phase_ == Phase::Programming) {
-        ProgramFrontPart();
-    }
-}
-
-void ChipModel::EraseFrontPart() {
-    if (flash_.empty()) {
-        // Nobody knows what it held.
-        flash_.assign(image_.size(), ERASED);
-    }
-    const std::size_t erased = Share(flash_.size(), in_phase_, PhaseLength());
-    std::fill_n(flash_.begin(), erased, ERASED);
-    Invalidate();
-}
-
-void ChipModel::ProgramFrontPart() {
-    const std::size_t programmed = Share(image_.size(), in_phase_, PhaseLength());
-    flash_ = std::move(image_);
-    image_.clear();
-    std::fill(flash_.begin() + static_cast<std::ptrdiff_t>(programmed), flash_.end(), ERASED);
-    Invalidate();
-}
-
-void ChipModel::Invalidate() {
-    std::fill_n(flash_.begin(), std::min(BLOCK, flash_.size()), ERASED);
-    bootable_ = false;
-    flash_changes_ += 1;
-}
-
-std::uint8_t ChipModel::Status() const {
-    switch (phase_) {
-        case Phase::Erasing:
-            return STATUS_ERASING;
-        case Phase::Programming:
-            return STATUS_PROGRAMMING;
-        case Phase::Verifying:
-            return STATUS_VERIFYING;
-        case Phase::Complete:
-            return STATUS_COMPLETE;
-        case Phase::Failed:
-            return STATUS_VERIFICATION_FAILED;
-        default:
-            return STATUS_IDLE;
-    }
-}
-
-bool ChipModel::Write(const std::uint8_t* bytes, std::size_t size, Treatment treatment) {
+bool ChipModel::Write(const WrittenMessage& message, Treatment treatment) {
     if (!Answers()) {
         return false;
     }
     // An empty write only asks whether somebody is there.
-    if (size == 0) {
+    if (message.size == 0) {
         return true;
     }
-    std::uint8_t status = Check(bytes, size);
+    std::uint8_t status = Check(message);
     if (status == RECEIVED) {
-        status = CheckCounter(bytes[COUNT_AT]);
-        status = static_cast<std::uint8_t>(status | Perform(bytes, size, treatment));
+        status = CheckCounter(message.bytes[COUNT_AT]);
+        status = static_cast<std::uint8_t>(status | Perform(message, treatment));
     }
-    Reply(bytes, size, status);
+    Reply(message, status);
     return true;
 }
 
 // What reception alone can tell of a message: RECEIVED, or what is wrong with it.
-std::uint8_t ChipModel::Check(const std::uint8_t* bytes, std::size_t size) {
+std::uint8_t ChipModel::Check(const WrittenMessage& message) const {
+    const std::uint8_t* const bytes = message.bytes;
+    const std::size_t size = message.size;
     if (size > LONGEST_MESSAGE) {
         return OVERFLOW_BIT;
     }
@@ -261,7 +127,7 @@ std::uint8_t ChipModel::Check(const std::uint8_t* bytes, std::size_t size) {
     // Relied on: a download's first segment may count itself one byte short, without the function
     // byte. Its checksum stands behind its last byte all the same, and leaves that one out.
     const bool first_segment =
-        Classify(bytes, size) == Request::Segment && GetField(bytes + SEGMENT_AT) == 0;
+        message.request == Request::Segment && GetField(bytes + SEGMENT_AT) == 0;
     if (length != size && !(first_segment && length + 1 == size && length >= OVERHEAD)) {
         return length < size ? OVERFLOW_BIT : CHECKSUM_MISMATCH;
     }
@@ -275,81 +141,89 @@ std::uint8_t ChipModel::CheckCounter(std::uint8_t count) {
     return mismatch;
 }
 
-std::uint8_t ChipModel::Perform(const std::uint8_t* bytes, std::size_t size, Treatment treatment) {
-    const Request request = Classify(bytes, size);
-    if (request == Request::Segment) {
-        return TakeSegment(bytes, size, treatment) ? RECEIVED : 0;
+std::uint8_t ChipModel::Perform(const WrittenMessage& message, Treatment treatment) {
+    if (message.request == Request::Segment) {
+        return TakeSegment(message, treatment) ? RECEIVED : 0;
     }
-    downloading_ = false;
-    switch (request) {
+    incoming_.running = false;
+    switch (message.request) {
+        case Request::None:
         case Request::Other:
             return UNKNOWN_OPCODE;
         case Request::Unprotect:
-            unprotected_ = !Burning();
+            unprotected_ = !burn_.IsRunning();
             return unprotected_ ? RECEIVED : 0;
-        default:
-            return RECEIVED;
+        case Request::Version:
+        case Request::Configuration:
+        case Request::Segment:
+        case Request::Poll:
+        case Request::FlashStatus:
+            break;
     }
+    return RECEIVED;
 }
 
 bool ChipModel::Expects(unsigned segment, unsigned total, std::size_t payload) const {
+    if (segment + 1 != total && payload != SEGMENT_PAYLOAD) {
+        return false;
+    }
     if (segment == 0) {
         return unprotected_ && total > 0;
     }
-    const bool full = segment + 1 == total || payload == SEGMENT_PAYLOAD;
-    return downloading_ && segment == next_segment_ && total == total_segments_ && full;
+    return incoming_.running && segment == incoming_.next && total == incoming_.total;
 }
 
-bool ChipModel::TakeSegment(const std::uint8_t* bytes, std::size_t size, Treatment treatment) {
-    const unsigned segment = GetField(bytes + SEGMENT_AT);
-    const unsigned total = GetField(bytes + SEGMENTS_AT);
-    if (treatment == Treatment::Refuse || !Expects(segment, total, size - OVERHEAD)) {
+void ChipModel::StartDownload(unsigned total) {
+    burn_.Forget();
+    incoming_.running = true;
+    incoming_.complete = true;
+    incoming_.total = total;
+    incoming_.next = 0;
+    incoming_.image.clear();
+    incoming_.image.reserve(std::min<std::size_t>(total, FORESEEN_SEGMENTS) * SEGMENT_PAYLOAD);
+}
+
+bool ChipModel::TakeSegment(const WrittenMessage& message, Treatment treatment) {
+    const unsigned segment = GetField(message.bytes + SEGMENT_AT);
+    const unsigned total = GetField(message.bytes + SEGMENTS_AT);
+    if (treatment == Treatment::Refuse || !Expects(segment, total, message.size - OVERHEAD)) {
         return false;
     }
     std::size_t from = PAYLOAD_AT;
     if (segment == 0) {
         from += 1;  // the function byte
-        phase_ = Phase::Idle;
-        downloading_ = true;
-        complete_ = true;
-        total_segments_ = total;
-        next_segment_ = 0;
-        image_.clear();
-        image_.reserve(std::min<std::size_t>(total, FORESEEN_SEGMENTS) * SEGMENT_PAYLOAD);
+        StartDownload(total);
     }
     if (treatment == Treatment::Forget) {
-        complete_ = false;
+        incoming_.complete = false;
     } else {
-        image_.insert(image_.end(), bytes + from, bytes + size - 1);
+        incoming_.image.insert(incoming_.image.end(), message.bytes + from,
+                               message.bytes + message.size - 1);
     }
     segments_ += 1;
-    next_segment_ += 1;
-    if (next_segment_ == total_segments_) {
+    incoming_.next += 1;
+    if (incoming_.next == incoming_.total) {
         StartBurn();
     }
     return true;
 }
 
 void ChipModel::StartBurn() {
-    downloading_ = false;
+    incoming_.running = false;
     unprotected_ = false;
     burns_ += 1;
-    plan_ = next_plan_;
-    image_size_ = image_.size();
-    in_phase_ = Duration::zero();
-    const bool sound = complete_ && !image_.empty() && !plan_.reject_image;
-    phase_ = sound ? Phase::Erasing : Phase::Failed;
+    burn_.Begin(std::move(incoming_.image), incoming_.complete, next_plan_);
 }
 
-void ChipModel::Reply(const std::uint8_t* request, std::size_t size, std::uint8_t status) {
+void ChipModel::Reply(const WrittenMessage& request, std::uint8_t status) {
     reply_.fill(0);
-    std::copy_n(request, std::min(size, PAYLOAD_AT), reply_.begin());
+    std::copy_n(request.bytes, std::min(request.size, PAYLOAD_AT), reply_.begin());
     reply_[SYNC_AT] = SYNC;
     reply_[SYNC_AT + 1] = SYNC;
     reply_[STATUS_AT] = status;
     reply_size_ = PAYLOAD_AT;
     if ((status & RECEIVED) != 0) {
-        AppendPayload(Classify(request, size));
+        AppendPayload(request.request);
     }
     SetField(reply_.data() + LENGTH_AT, static_cast<unsigned>(reply_size_ + 1));
     Append(Sum(reply_.data(), reply_size_));
@@ -374,15 +248,17 @@ void ChipModel::AppendPayload(Request request) {
             break;
         case Request::Poll:
             Append(0);
-            Append(Status());
+            Append(burn_.Status());
             break;
         case Request::FlashStatus:
-            Append(Status());
+            Append(burn_.Status());
             break;
         case Request::Unprotect:
             Append(0);
             break;
-        default:
+        case Request::None:
+        case Request::Segment:
+        case Request::Other:
             break;
     }
 }

@@ -4,22 +4,7 @@
 namespace sim {
 
 bool ChangesReply(Action action) {
-    switch (action) {
-        case Action::FlipBit:
-        case Action::SetByte:
-        case Action::CountByte:
-        case Action::LengthField:
-        case Action::AllZero:
-        case Action::AllOnes:
-        case Action::PreviousReply:
-        case Action::OtherReply:
-        case Action::WrongChecksum:
-        case Action::StatusByte:
-        case Action::ProgramStatus:
-            return true;
-        default:
-            return false;
-    }
+    return action >= FIRST_OF_REPLY && action <= LAST_OF_REPLY;
 }
 
 bool Covers(const Fault& fault, unsigned k) {

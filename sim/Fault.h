@@ -36,7 +36,7 @@ enum class Action {
     LoseUnlock,  // Unlock: reports success, and the lock stays held
     DeadLine,    // Reset, Raise: reports success, and the line keeps its level
 
-    // The reply.
+    // The reply, from FIRST_OF_REPLY to LAST_OF_REPLY.
     FlipBit,        // bit `value` (0..7) of the read's byte `offset`
     SetByte,        // the read's byte `offset` becomes `value`, with a right checksum
     CountByte,      // the count byte becomes `value`
@@ -61,6 +61,8 @@ enum class Action {
     SlowStart        // Reset: takes `value` milliseconds to come up after it
 };
 
+constexpr Action FIRST_OF_REPLY = Action::FlipBit;
+constexpr Action LAST_OF_REPLY = Action::ProgramStatus;
 constexpr std::size_t ACTIONS = static_cast<std::size_t>(Action::SlowStart) + 1;
 
 constexpr std::size_t AFTER_THE_TRANSFER = std::numeric_limits<std::size_t>::max();

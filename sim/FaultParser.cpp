@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <cstring>
 #include <optional>
 
+#include "common/ErrnoName.h"
 #include "sim/FaultNames.h"
 #include "sim/FaultText.h"
 
@@ -33,7 +33,10 @@ std::vector<Word> Split(const std::string& text) {
             return words;
         }
         end = std::min(text.find_first_of(BLANKS, begin), text.size());
-        words.push_back({begin, text.substr(begin, end - begin)});
+        Word word;
+        word.position = begin;
+        word.text = text.substr(begin, end - begin);
+        words.push_back(word);
     }
 }
 
@@ -55,11 +58,8 @@ std::optional<unsigned> Number(const std::string& text, unsigned most) {
 }
 
 std::optional<unsigned> ErrnoNumber(const std::string& text) {
-    for (unsigned number = 1; number <= LARGEST_ERRNO; ++number) {
-        const char* const name = strerrorname_np(static_cast<int>(number));
-        if (name != nullptr && text == name) {
-            return number;
-        }
+    if (const std::optional<int> value = common::ErrnoValue(text)) {
+        return static_cast<unsigned>(*value);
     }
     const std::optional<unsigned> number = Number(text, LARGEST_ERRNO);
     return number == 0u ? std::nullopt : number;
@@ -150,8 +150,7 @@ class Parser {
         if ((action_->events & event) == 0) {
             return Fail("this cannot happen to that event, but:" + names);
         }
-        const bool chip_only = (action_->events & Only(Event::Read)) == 0;
-        if (fault->on_reply && chip_only && action_->action != Action::ProgramStatus) {
+        if (fault->on_reply && (action_->events & Only(Event::Read)) == 0) {
             return Fail("this cannot happen to a reply");
         }
         // What changes a reply means the reply anyway.
@@ -253,7 +252,8 @@ class Parser {
 }  // namespace
 
 bool ParseFault(const std::string& text, Fault* fault, FaultMistake* mistake) {
-    Parser parser(text);
+    const std::string words = text.substr(0, text.find('#'));
+    Parser parser(words);
     *fault = Fault();
     if (!parser.Parse(fault)) {
         *mistake = parser.Mistake();

@@ -2,9 +2,9 @@
 #include "sim/FaultText.h"
 
 #include <algorithm>
-#include <cstring>
 #include <sstream>
 
+#include "common/ErrnoName.h"
 #include "sim/FaultNames.h"
 
 namespace sim {
@@ -30,9 +30,10 @@ const char* ArgumentText(Argument argument) {
             return " [PERCENT]";
         case Argument::Milliseconds:
             return " MILLISECONDS";
-        default:
-            return "";
+        case Argument::None:
+            break;
     }
+    return "";
 }
 
 std::string CountText(const Fault& fault) {
@@ -45,11 +46,6 @@ std::string CountText(const Fault& fault) {
     return text;
 }
 
-std::string ErrnoText(unsigned number) {
-    const char* const name = strerrorname_np(static_cast<int>(number));
-    return name != nullptr ? name : std::to_string(number);
-}
-
 std::string ArgumentText(const Fault& fault, Argument argument) {
     const std::string value = std::to_string(fault.value);
     const std::string offset = std::to_string(fault.offset);
@@ -57,7 +53,7 @@ std::string ArgumentText(const Fault& fault, Argument argument) {
         case Argument::None:
             return "";
         case Argument::Errno:
-            return " " + ErrnoText(fault.value);
+            return " " + common::ErrnoName(static_cast<int>(fault.value));
         case Argument::Position:
             if (fault.offset == 0) {
                 return "";
@@ -67,9 +63,13 @@ std::string ArgumentText(const Fault& fault, Argument argument) {
             return " " + offset + ":" + value;
         case Argument::Assignment:
             return " " + offset + "=" + value;
-        default:
-            return " " + value;
+        case Argument::Byte:
+        case Argument::Word:
+        case Argument::Percentage:
+        case Argument::Milliseconds:
+            break;
     }
+    return " " + value;
 }
 
 }  // namespace
@@ -81,8 +81,8 @@ bool ParseFaults(const std::string& text, std::vector<Fault>* faults, FaultMista
     *line = 0;
     while (std::getline(lines, words)) {
         *line += 1;
-        words.resize(std::min(words.find('#'), words.size()));
-        if (words.find_first_not_of(BLANKS) == std::string::npos) {
+        const std::size_t begin = words.find_first_not_of(BLANKS);
+        if (begin == std::string::npos || words[begin] == '#') {
             continue;
         }
         Fault fault;

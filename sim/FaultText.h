@@ -24,10 +24,10 @@ struct FaultMistake {
     std::string reason;
 };
 
-// Reads one fault. False, with the mistake, if the text is none.
+// Reads one fault; what follows a "#" is a comment. False, with the mistake, if the text is none.
 bool ParseFault(const std::string& text, Fault* fault, FaultMistake* mistake);
 
-// Reads one fault a line; blank lines and what follows a "#" count for nothing. False, with the
+// Reads one fault a line; blank lines and comments count for nothing. False, with the
 // mistake and its line's number, counted from 1, if one of them is none.
 bool ParseFaults(const std::string& text, std::vector<Fault>* faults, FaultMistake* mistake,
                  std::size_t* line);

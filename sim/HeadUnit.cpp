@@ -3,24 +3,19 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <utility>
-
-#include "sim/ReplyFault.h"
 
 namespace sim {
 
 namespace {
 
-constexpr int NO_ANSWER = ENXIO;  // nobody acknowledged the address
 constexpr std::uint8_t IDLE_BUS = 0xFF;
 
 }  // namespace
 
 HeadUnit::HeadUnit(ChipConfig config, std::vector<Fault> faults)
-    : chip_(std::move(config)), faults_(std::move(faults)) {
+    : chip_(std::move(config)), script_(std::move(faults)) {
     PlanBurn();
-    PlanPoll();
 }
 
 Report HeadUnit::GetReport() const {
@@ -30,48 +25,42 @@ Report HeadUnit::GetReport() const {
     report.reads = reads_;
     report.segments = chip_.Segments();
     report.burns = chip_.Burns();
-    report.polls = Counted(Event::Poll);
-    report.faults = hits_;
+    report.polls = script_.Counted(Event::Poll);
+    report.faults = script_.Hits();
     report.locked = locked_;
-    report.image_size = chip_.ImageSize();
+    report.image_size = chip_.Memory().ImageSize();
     report.version = chip_.Version();
-    report.flash = &chip_.Flash();
+    report.flash = chip_.Memory().IsKnown() ? &chip_.Flash() : nullptr;
     return report;
 }
 
 void HeadUnit::Advance(Duration time) {
     now_ += time;
     chip_.Elapse(time);
+    TellOfFlash();
+}
+
+void HeadUnit::SwitchOff() {
+    chip_.LosePower();
+    TellOfFlash();
 }
 
 int HeadUnit::Lock() {
-    Count(Event::Lock) += 1;
-    if (const Fault* fault = FindAt(Event::Lock)) {
-        hits_ += 1;
-        if (fault->action == Action::Fail) {
-            return static_cast<int>(fault->value);
-        }
-        if (fault->action == Action::NeverGrant) {
-            return NEVER_RETURNS;
-        }
-        Strike(*fault);
+    const Strike strike = script_.OnLock();
+    if (strike.result) {
+        return *strike.result;
     }
+    Apply(strike.upset);
     locked_ = true;
     return 0;
 }
 
 int HeadUnit::Unlock() {
-    Count(Event::Unlock) += 1;
-    if (const Fault* fault = FindAt(Event::Unlock)) {
-        hits_ += 1;
-        if (fault->action == Action::Fail) {
-            return static_cast<int>(fault->value);
-        }
-        if (fault->action == Action::LoseUnlock) {
-            return 0;
-        }
-        Strike(*fault);
+    const Strike strike = script_.OnUnlock();
+    if (strike.result) {
+        return *strike.result;
     }
+    Apply(strike.upset);
     locked_ = false;
     return 0;
 }
@@ -81,305 +70,167 @@ int HeadUnit::WriteReset(const char* text, std::size_t size) {
         return EINVAL;
     }
     const bool high = text[0] == '1';
-    const int result = SetLine(high ? Event::Raise : Event::Reset, high);
-    for (TransferObserver* const observer : observers_) {
+    const Strike strike = script_.OnLine(high);
+    if (!strike.result) {
+        if (strike.start_up) {
+            chip_.SetNextStart(*strike.start_up);
+        }
+        Apply(strike.upset);
+        pulses_ += high && !line_high_ ? 1 : 0;
+        line_high_ = high;
+        chip_.SetReset(high);
+        TellOfFlash();
+    }
+    for (Observer* const observer : observers_) {
         observer->OnReset(line_high_, now_);
     }
-    return result;
-}
-
-int HeadUnit::SetLine(Event event, bool high) {
-    Count(event) += 1;
-    if (const Fault* fault = FindAt(event)) {
-        hits_ += 1;
-        switch (fault->action) {
-            case Action::Fail:
-                return static_cast<int>(fault->value);
-            case Action::DeadLine:
-                return 0;
-            case Action::NeverReady:
-                chip_.SetNextStart(Duration::max());
-                break;
-            case Action::SlowStart:
-                chip_.SetNextStart(std::chrono::milliseconds(fault->value));
-                break;
-            default:
-                Strike(*fault);
-                break;
-        }
-    }
-    if (high && !line_high_) {
-        pulses_ += 1;
-    }
-    line_high_ = high;
-    chip_.SetReset(high);
-    return 0;
-}
-
-HeadUnit::Kind HeadUnit::CountKind(Request request) {
-    Kind kind;
-    switch (request) {
-        case Request::Segment:
-            kind.event = Event::Segment;
-            break;
-        case Request::Poll:
-            kind.event = Event::Poll;
-            break;
-        case Request::Version:
-            kind.event = Event::Version;
-            break;
-        case Request::Unprotect:
-            kind.event = Event::Unprotect;
-            break;
-        default:
-            return kind;
-    }
-    kind.ordinal = Count(*kind.event) += 1;
-    return kind;
-}
-
-bool HeadUnit::HitsLastWrite(const Fault& fault) const {
-    if (fault.event == Event::Write) {
-        return Covers(fault, Counted(Event::Write));
-    }
-    return last_kind_.event == fault.event && Covers(fault, last_kind_.ordinal);
-}
-
-const Fault* HeadUnit::FindAt(Event event) const {
-    for (const Fault& fault : faults_) {
-        if (fault.event == event && Covers(fault, Counted(event))) {
-            return &fault;
-        }
-    }
-    return nullptr;
-}
-
-const Fault* HeadUnit::FindForWrite() const {
-    for (const Fault& fault : faults_) {
-        if (!fault.on_reply && !ChangesReply(fault.action) && HitsLastWrite(fault)) {
-            return &fault;
-        }
-    }
-    return nullptr;
-}
-
-const Fault* HeadUnit::FindForRead() const {
-    for (const Fault& fault : faults_) {
-        const bool this_read = fault.event == Event::Read && Covers(fault, Counted(Event::Read));
-        const bool this_reply = fault.on_reply && HitsLastWrite(fault);
-        if (!ChangesReply(fault.action) && (this_read || this_reply)) {
-            return &fault;
-        }
-    }
-    return nullptr;
+    return strike.result.value_or(0);
 }
 
 int HeadUnit::Send(unsigned address7, const std::uint8_t* bytes, std::size_t size) {
-    Transfer transfer{now_, now_, Direction::Write, address7, bytes, size, 0, false, 0, false};
-    if (address7 != CHIP_ADDRESS) {
-        transfer.result = NO_ANSWER;
-        Finish(transfer);
-        return transfer.result;
+    Transfer transfer;
+    transfer.start = now_;
+    transfer.direction = Direction::Write;
+    transfer.address = address7;
+    transfer.bytes = bytes;
+    transfer.size = size;
+    transfer.result = NO_ANSWER;
+    if (address7 == CHIP_ADDRESS) {
+        const WrittenMessage message(bytes, size);
+        const Strike strike = script_.OnWrite(message.request);
+        transfer.request = message.request;
+        SendToChip(strike, message, &transfer);
+        PlanBurn();
     }
-    Count(Event::Write) += 1;
-    last_kind_ = CountKind(Classify(bytes, size));
-    if (const Fault* const fault = FindForWrite()) {
-        hits_ += 1;
-        transfer.faulty = true;
-        SendWith(*fault, bytes, transfer);
-    } else {
-        transfer.acknowledged = WriteToChip(bytes, size, Treatment::Take);
-        transfer.moved = transfer.acknowledged ? size : 0;
-        transfer.result = transfer.acknowledged ? 0 : NO_ANSWER;
-    }
-    Finish(transfer);
-    PlanBurn();
-    PlanPoll();
+    Finish(&transfer);
     return transfer.result;
 }
 
-// A write that a fault happens to.
-void HeadUnit::SendWith(const Fault& fault, const std::uint8_t* bytes, Transfer& transfer) {
-    transfer.moved = transfer.size;
-    switch (fault.action) {
-        case Action::Nak:
-            transfer.moved = 0;
-            transfer.result = NO_ANSWER;
-            return;
-        case Action::Fail:
-            transfer.moved = 0;
-            transfer.result = static_cast<int>(fault.value);
-            return;
-        case Action::Restart:
-        case Action::PowerLoss:
-            if (fault.offset < transfer.size) {
-                // A message that breaks off is none.
-                Strike(fault);
-                transfer.acknowledged = fault.offset > 0;
-                transfer.moved = fault.offset;
-                transfer.result = fault.offset > 0 ? EIO : NO_ANSWER;
-                return;
-            }
-            break;
-        default:
-            break;
-    }
-    Treatment treatment = Treatment::Take;
-    if (fault.action == Action::RefuseSegment) {
-        treatment = Treatment::Refuse;
-    } else if (fault.action == Action::ForgetSegment) {
-        treatment = Treatment::Forget;
-    }
-    transfer.acknowledged = WriteToChip(bytes, transfer.size, treatment);
-    if (!transfer.acknowledged) {
-        transfer.moved = 0;
-        transfer.result = NO_ANSWER;
-    } else if (fault.action == Action::FailAfter) {
-        transfer.result = static_cast<int>(fault.value);
-    }
-    if (fault.action == Action::Restart || fault.action == Action::PowerLoss) {
-        Strike(fault);
-    }
+// A message that breaks off is none.
+void HeadUnit::BreakOff(const Strike& strike, std::size_t at, Transfer* transfer) {
+    Apply(strike.upset);
+    transfer->acknowledged = at > 0;
+    transfer->moved = at;
+    transfer->result = at > 0 ? EIO : NO_ANSWER;
 }
 
-bool HeadUnit::WriteToChip(const std::uint8_t* bytes, std::size_t size, Treatment treatment) {
-    if (!chip_.Answers()) {
-        return false;
+void HeadUnit::SendToChip(const Strike& strike, const WrittenMessage& message, Transfer* transfer) {
+    transfer->faulty = strike.faults > 0;
+    if (strike.result) {
+        transfer->result = *strike.result;
+        return;
     }
-    // The chip has the message when its last byte has gone over the wire.
-    Advance(WireTime(size, bus_hz_));
-    messages_ += 1;
-    return chip_.Write(bytes, size, treatment);
+    if (strike.BreaksOff(message.size)) {
+        return BreakOff(strike, strike.offset, transfer);
+    }
+    PassOverWire(transfer);
+    if (chip_.Write(message, strike.treatment)) {
+        messages_ += 1;
+        transfer->result = strike.late_result.value_or(0);
+    }
+    Apply(strike.upset);
+}
+
+// The chip has the message when its last byte has gone over the wire. One that hangs meanwhile, in
+// the burn, acknowledges no further byte.
+void HeadUnit::PassOverWire(Transfer* transfer) {
+    transfer->acknowledged = chip_.Answers();
+    const Duration end = now_ + WireTime(transfer->size, bus_hz_);
+    while (chip_.Answers() && now_ < end) {
+        Advance(std::min(end - now_, chip_.UntilNextPhase().value_or(end - now_)));
+    }
+    if (chip_.Answers()) {
+        transfer->moved = transfer->size;
+    } else if (transfer->acknowledged) {
+        transfer->moved = WholeBytes(now_ - transfer->start, bus_hz_);
+        transfer->result = EIO;
+    }
 }
 
 int HeadUnit::Receive(unsigned address7, std::uint8_t* bytes, std::size_t size) {
-    Transfer transfer{now_, now_, Direction::Read, address7, bytes, size, 0, false, 0, false};
-    if (address7 != CHIP_ADDRESS) {
-        transfer.result = NO_ANSWER;
-        Finish(transfer);
-        return transfer.result;
+    Transfer transfer;
+    transfer.start = now_;
+    transfer.direction = Direction::Read;
+    transfer.address = address7;
+    transfer.bytes = bytes;
+    transfer.size = size;
+    transfer.result = NO_ANSWER;
+    if (address7 == CHIP_ADDRESS) {
+        const Strike strike = script_.OnRead();
+        transfer.request = script_.Asked();
+        transfer.faulty = strike.faults > 0;
+        ReceiveFromChip(strike, bytes, &transfer);
+        if (transfer.acknowledged && size == READ_SIZE && script_.ChangeReply(bytes)) {
+            transfer.faulty = true;
+        }
     }
-    Count(Event::Read) += 1;
-    if (const Fault* const fault = FindForRead()) {
-        hits_ += 1;
-        transfer.faulty = true;
-        ReceiveWith(*fault, bytes, transfer);
-    } else {
-        transfer.acknowledged = ReadFromChip(bytes, size);
-        transfer.moved = transfer.acknowledged ? size : 0;
-        transfer.result = transfer.acknowledged ? 0 : NO_ANSWER;
-    }
-    if (transfer.acknowledged && ChangeReply(bytes, size)) {
-        transfer.faulty = true;
-    }
-    Finish(transfer);
+    Finish(&transfer);
     return transfer.result;
 }
 
-// A read that a fault happens to, other than to its bytes.
-void HeadUnit::ReceiveWith(const Fault& fault, std::uint8_t* bytes, Transfer& transfer) {
-    if (fault.action == Action::Nak || fault.action == Action::Fail) {
-        transfer.result = fault.action == Action::Nak ? NO_ANSWER : static_cast<int>(fault.value);
+void HeadUnit::ReceiveFromChip(const Strike& strike, std::uint8_t* bytes, Transfer* transfer) {
+    if (strike.result) {
+        transfer->result = *strike.result;
         return;
     }
-    const bool strikes = fault.action == Action::Restart || fault.action == Action::PowerLoss;
-    if (strikes && fault.offset == 0) {
-        Strike(fault);
-        transfer.result = NO_ANSWER;
+    if (strike.upset != Upset::None && strike.offset == 0) {
+        return BreakOff(strike, 0, transfer);
+    }
+    transfer->acknowledged = chip_.Read(bytes, transfer->size);
+    if (!transfer->acknowledged) {
         return;
     }
-    transfer.acknowledged = ReadFromChip(bytes, transfer.size);
-    if (!transfer.acknowledged) {
-        transfer.result = NO_ANSWER;
-        return;
-    }
-    transfer.moved = transfer.size;
-    if (fault.action == Action::FailAfter) {
-        transfer.result = static_cast<int>(fault.value);
-    }
-    if (strikes) {
+    reads_ += 1;
+    transfer->moved = transfer->size;
+    transfer->result = strike.late_result.value_or(0);
+    if (strike.upset != Upset::None) {
         // Nobody notices a sender that falls silent: the rest of the read is the idle bus.
-        const std::size_t sent = std::min(fault.offset, transfer.size);
-        std::fill(bytes + sent, bytes + transfer.size, IDLE_BUS);
-        Strike(fault);
+        const std::size_t sent = std::min(strike.offset, transfer->size);
+        std::fill(bytes + sent, bytes + transfer->size, IDLE_BUS);
+        Apply(strike.upset);
     }
 }
 
-bool HeadUnit::ReadFromChip(std::uint8_t* bytes, std::size_t size) {
-    const bool acknowledged = chip_.Read(bytes, size);
-    reads_ += acknowledged ? 1 : 0;
-    return acknowledged;
-}
-
-void HeadUnit::Strike(const Fault& fault) {
-    if (fault.action == Action::Restart) {
-        chip_.Restart();
-    } else if (fault.action == Action::PowerLoss) {
-        chip_.LosePower();
+void HeadUnit::Apply(Upset upset) {
+    switch (upset) {
+        case Upset::None:
+            return;
+        case Upset::Restart:
+            chip_.Restart();
+            break;
+        case Upset::PowerLoss:
+            chip_.LosePower();
+            break;
     }
+    TellOfFlash();
 }
 
-// Does to a reply what the faults say. True if one of them did something.
-bool HeadUnit::ChangeReply(std::uint8_t* bytes, std::size_t size) {
-    std::array<std::uint8_t, READ_SIZE> sent{};
-    std::copy_n(bytes, std::min(size, READ_SIZE), sent.begin());
-    bool changed = false;
-    for (const Fault& fault : faults_) {
-        const bool this_read = fault.event == Event::Read && Covers(fault, Counted(Event::Read));
-        if (ChangesReply(fault.action) && size == READ_SIZE &&
-            (this_read || HitsLastWrite(fault))) {
-            hits_ += 1;
-            changed = true;
-            MakeReply(fault, last_read_, bytes);
-        }
-    }
-    last_read_ = sent;
-    return changed;
-}
-
+// Tells the chip what is to go wrong with its next burn, and holds the running one where it is
+// while the coming poll is to find it there.
 void HeadUnit::PlanBurn() {
-    BurnPlan plan;
-    for (const Fault& fault : faults_) {
-        if (fault.event != Event::Burn || !Covers(fault, chip_.Burns() + 1)) {
-            continue;
-        }
-        switch (fault.action) {
-            case Action::RejectImage:
-                plan.reject_image = true;
-                break;
-            case Action::VerifyFails:
-                plan.verify_fails = true;
-                break;
-            case Action::DieErasing:
-                plan.die_erasing = fault.value;
-                break;
-            case Action::DieProgramming:
-                plan.die_programming = fault.value;
-                break;
-            default:
-                break;
-        }
+    if (chip_.Burns() != script_.Counted(Event::Burn)) {
+        script_.OnBurn();
     }
-    chip_.SetNextBurn(plan);
+    chip_.SetNextBurn(script_.NextBurn());
+    chip_.SetFrozen(script_.HoldsNextPoll());
 }
 
-// Holds the burn where it is while the coming poll is to find it there.
-void HeadUnit::PlanPoll() {
-    bool busy = false;
-    for (const Fault& fault : faults_) {
-        if (fault.event == Event::Poll && fault.action == Action::Busy &&
-            Covers(fault, Counted(Event::Poll) + 1)) {
-            busy = true;
-        }
+void HeadUnit::Finish(Transfer* transfer) {
+    transfer->end = std::max(now_, transfer->start + WireTime(transfer->moved, bus_hz_));
+    Advance(transfer->end - now_);
+    for (Observer* const observer : observers_) {
+        observer->OnTransfer(*transfer);
     }
-    chip_.SetFrozen(busy);
 }
 
-void HeadUnit::Finish(Transfer& transfer) {
-    transfer.end = transfer.start + WireTime(transfer.moved, bus_hz_);
-    Advance(transfer.end - now_);
-    for (TransferObserver* const observer : observers_) {
-        observer->OnTransfer(transfer);
+void HeadUnit::TellOfFlash() {
+    const unsigned changes = chip_.Memory().FlashChanges();
+    if (changes == flash_changes_) {
+        return;
+    }
+    flash_changes_ = changes;
+    for (Observer* const observer : observers_) {
+        observer->OnFlash(chip_.Flash());
     }
 }
 

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
+
+#include "common/ErrnoName.h"
+#include "sim/StatusNames.h"
 
 namespace sim {
 
@@ -11,21 +13,16 @@ namespace {
 
 constexpr std::size_t PAYLOAD_SHOWN = 8;
 
-std::string Hex(unsigned value) {
+std::string HexByte(unsigned value) {
     char text[16];
     std::snprintf(text, sizeof text, "%02X", value);
     return text;
 }
 
-std::string ErrnoName(int number) {
-    const char* const name = strerrorname_np(number);
-    return name != nullptr ? name : std::to_string(number);
-}
-
 std::string HexBytes(const std::uint8_t* bytes, std::size_t size) {
     std::string text;
     for (std::size_t i = 0; i < std::min(size, PAYLOAD_SHOWN); ++i) {
-        text += (i == 0 ? "" : " ") + Hex(bytes[i]);
+        text += (i == 0 ? "" : " ") + HexByte(bytes[i]);
     }
     return size > PAYLOAD_SHOWN ? text + " ..." : text;
 }
@@ -50,35 +47,10 @@ const char* Name(Request request) {
             return "flash status query";
         case Request::Other:
             return "unknown command";
-        default:
-            return "nothing";
+        case Request::None:
+            break;
     }
-}
-
-std::string StatusName(unsigned status) {
-    const std::string number = " (" + std::to_string(status) + ")";
-    switch (status) {
-        case STATUS_COMPLETE:
-            return "complete" + number;
-        case STATUS_VERIFICATION_FAILED:
-            return "verification failed" + number;
-        case STATUS_IDLE:
-            return "idle" + number;
-        case STATUS_ERASING:
-            return "erasing" + number;
-        case STATUS_PROGRAMMING:
-            return "programming" + number;
-        case STATUS_VERIFYING:
-            return "verifying" + number;
-        case STATUS_SECURITY_MISMATCH:
-            return "security mismatch" + number;
-        case STATUS_SINGLE_ON_DUAL:
-            return "single-tuner image on dual-tuner flash" + number;
-        case STATUS_DUAL_ON_SINGLE:
-            return "dual-tuner image on single-tuner flash" + number;
-        default:
-            return "reserved status" + number;
-    }
+    return "nothing";
 }
 
 // The message's number, and its segment if it is one of several.
@@ -92,37 +64,13 @@ std::string Position(const std::uint8_t* message) {
     return text;
 }
 
-std::string WriteText(const std::uint8_t* message, std::size_t size) {
+std::string WriteText(const std::uint8_t* message, std::size_t size, Request request) {
     if (size < OVERHEAD) {
         return Amount(size) + ", " + HexBytes(message, size);
     }
     const std::size_t payload = size - OVERHEAD;
-    return Name(Classify(message, size)) + Position(message) + ", " + Amount(payload) + ", " +
+    return Name(request) + Position(message) + ", " + Amount(payload) + ", " +
            HexBytes(message + PAYLOAD_AT, payload);
-}
-
-std::string ReceptionText(unsigned status) {
-    std::string text;
-    if ((status & COUNT_MISMATCH) != 0) {
-        text += ", out of step";
-    }
-    if ((status & RECEIVED) != 0) {
-        return text;
-    }
-    text += ", not taken";
-    if ((status & HEADER_MISSING) != 0) {
-        text += ", header missing";
-    }
-    if ((status & CHECKSUM_MISMATCH) != 0) {
-        text += ", checksum mismatch";
-    }
-    if ((status & OVERFLOW_BIT) != 0) {
-        text += ", overflow";
-    }
-    if (status >= UNKNOWN_OPCODE) {
-        text += ", unknown opcode";
-    }
-    return text;
 }
 
 // What a reply's payload says.
@@ -137,10 +85,10 @@ std::string PayloadText(const std::uint8_t* payload, std::size_t size, Request a
         return ", \"" + text + "\"";
     }
     if (asked == Request::Poll && size > 1) {
-        return ", " + StatusName(payload[1]);
+        return ", " + ProgramStatusText(payload[1]);
     }
     if (asked == Request::FlashStatus) {
-        return ", " + StatusName(payload[0]);
+        return ", " + ProgramStatusText(payload[0]);
     }
     return ", " + HexBytes(payload, size);
 }
@@ -171,16 +119,16 @@ std::string ReadText(const std::uint8_t* read, std::size_t size, Request asked) 
 
 }  // namespace
 
-std::string TransferText(const Transfer& transfer, Request asked) {
+std::string TransferText(const Transfer& transfer) {
     const bool write = transfer.direction == Direction::Write;
     std::string text = write ? "write " : "read  ";
     if (transfer.address != CHIP_ADDRESS) {
-        text += "address 0x" + Hex(transfer.address) + ", ";
+        text += "address 0x" + HexByte(transfer.address) + ", ";
     }
     if (write && transfer.size > 0) {
-        text += WriteText(transfer.bytes, transfer.size);
+        text += WriteText(transfer.bytes, transfer.size, transfer.request);
     } else if (!write && transfer.moved > 0) {
-        text += ReadText(transfer.bytes, transfer.moved, asked);
+        text += ReadText(transfer.bytes, transfer.moved, transfer.request);
     } else {
         text += Amount(transfer.size);
     }
@@ -189,7 +137,7 @@ std::string TransferText(const Transfer& transfer, Request asked) {
     }
     if (transfer.result != 0) {
         text += transfer.acknowledged ? ": failed" : ": not acknowledged";
-        text += std::string(" (") + ErrnoName(transfer.result) + ")";
+        text += " (" + common::ErrnoName(transfer.result) + ")";
     }
     return transfer.faulty ? text + " <- fault" : text;
 }
@@ -198,10 +146,7 @@ void LogView::OnTransfer(const Transfer& transfer) {
     char time[32];
     const double seconds = std::chrono::duration<double>(transfer.start).count();
     std::snprintf(time, sizeof time, "%12.6f ", seconds);
-    print_(time + TransferText(transfer, asked_));
-    if (transfer.direction == Direction::Write && transfer.address == CHIP_ADDRESS) {
-        asked_ = Classify(transfer.bytes, transfer.size);
-    }
+    print_(time + TransferText(transfer));
 }
 
 void LogView::OnReset(bool high, Duration at) {

@@ -6,12 +6,11 @@
 #include <functional>
 #include <string>
 
-#include "sim/HeadUnit.h"
-#include "sim/LogicalMessage.h"
+#include "sim/Observer.h"
 
 namespace sim {
 
-class LogView : public TransferObserver {
+class LogView : public Observer {
   public:
     // `print` gets each line, without a newline.
     explicit LogView(std::function<void(const std::string& line)> print)
@@ -22,13 +21,11 @@ class LogView : public TransferObserver {
 
   private:
     std::function<void(const std::string& line)> print_;
-    Request asked_ = Request::None;
 };
 
 // A transfer in words: direction, command by name, segment, payload in brief, verdict. Segments are
-// counted from 1, as faults count them. `asked` is what the last message asked for: a reply does
-// not say it.
-std::string TransferText(const Transfer& transfer, Request asked);
+// counted from 1, as faults count them.
+std::string TransferText(const Transfer& transfer);
 
 }  // namespace sim
 

@@ -46,16 +46,18 @@ enum Function : std::uint8_t {
     FUNCTION_FLASH_STATUS = 0x0C
 };
 
-// A reply's status bits.
+// A reply's status bits. Their names are in RECEPTION_BITS.
 enum Reception : std::uint8_t {
     RECEIVED = 0x01,
     COUNT_MISMATCH = 0x02,
     HEADER_MISSING = 0x04,
     CHECKSUM_MISMATCH = 0x08,
     OVERFLOW_BIT = 0x10,
-    UNKNOWN_OPCODE = 0x20  // the lowest of three
+    UNKNOWN_OPCODE = 0x20,  // the lowest of three
+    UNKNOWN_OPCODE_BITS = 0xE0
 };
 
+// Their names are in PROGRAM_STATUSES.
 enum ProgramStatus : std::uint8_t {
     STATUS_COMPLETE = 1,
     STATUS_VERIFICATION_FAILED = 2,
@@ -87,6 +89,16 @@ enum class Request { None, Version, Configuration, Segment, Poll, Unprotect, Fla
 // Tells a message by its opcode, its segment number and its function byte; None is one too short to
 // have a header.
 Request Classify(const std::uint8_t* bytes, std::size_t size);
+
+// A message that was written to the chip, classified once. Does not own the bytes.
+struct WrittenMessage {
+    WrittenMessage(const std::uint8_t* the_bytes, std::size_t the_size)
+        : bytes(the_bytes), size(the_size), request(Classify(the_bytes, the_size)) {}
+
+    const std::uint8_t* bytes;
+    std::size_t size;
+    Request request;
+};
 
 }  // namespace sim
 

@@ -3,9 +3,7 @@
 
 #include <pcap/pcap.h>
 
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
+#include "common/Failure.h"
 
 namespace sim {
 
@@ -24,21 +22,15 @@ void PcapWriter::CloseCapture::operator()(pcap* capture) const {
 }
 
 PcapWriter::PcapWriter(const std::string& path, Duration epoch)
-    : path_(path),
-      epoch_(epoch),
+    : epoch_(epoch),
+      file_(path, "the capture"),
       capture_(
           pcap_open_dead_with_tstamp_precision(LINK_TYPE, SNAP_LENGTH, PCAP_TSTAMP_PRECISION_NANO)),
-      dumper_(pcap_dump_open(capture_.get(), path.c_str())) {
+      dumper_(pcap_dump_fopen(capture_.get(), file_.Handle())) {
     if (dumper_ == nullptr) {
-        throw std::runtime_error("cannot write the capture: " +
-                                 std::string(pcap_geterr(capture_.get())));
+        throw common::Failure("the capture " + path + ": " + pcap_geterr(capture_.get()));
     }
-}
-
-PcapWriter::~PcapWriter() {
-    if (dumper_ != nullptr) {
-        pcap_dump_close(dumper_);
-    }
+    file_.NoteError();
 }
 
 void PcapWriter::OnTransfer(const Transfer& transfer) {
@@ -56,19 +48,11 @@ void PcapWriter::OnTransfer(const Transfer& transfer) {
     header.caplen = static_cast<bpf_u_int32>(frame_.size());
     header.len = header.caplen;
     pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, frame_.data());
+    file_.NoteError();
 }
 
-void PcapWriter::OnReset(bool, Duration) {}
-
 void PcapWriter::Close() {
-    std::FILE* const file = pcap_dump_file(dumper_);
-    const bool written = pcap_dump_flush(dumper_) == 0 && std::ferror(file) == 0;
-    const int error = errno;
-    pcap_dump_close(dumper_);
-    dumper_ = nullptr;
-    if (!written) {
-        throw std::runtime_error("cannot write " + path_ + ": " + std::strerror(error));
-    }
+    file_.Close();
 }
 
 }  // namespace sim

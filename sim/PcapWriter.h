@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/HeadUnit.h"
+#include "sim/Observer.h"
+#include "sim/OutputStream.h"
 
 struct pcap;
 struct pcap_dumper;
@@ -16,17 +17,15 @@ namespace sim {
 // Writes every transfer to a capture that Wireshark reads: link type I2C_LINUX, one frame each with
 // its start as its time to the nanosecond. A transfer that the chip does not acknowledge is its
 // address byte alone. The reset line is not in it.
-class PcapWriter : public TransferObserver {
+class PcapWriter : public Observer {
   public:
     // Creates or replaces the file `path`. `epoch` is the calendar time of the head unit's start,
-    // since 1970. Throws std::runtime_error when the file cannot be written.
+    // since 1970. Throws common::Failure when the file cannot be written.
     explicit PcapWriter(const std::string& path, Duration epoch = Duration::zero());
-    ~PcapWriter() override;
 
     void OnTransfer(const Transfer& transfer) override;
-    void OnReset(bool high, Duration at) override;
 
-    // Writes what is pending and closes the file. Throws std::runtime_error when not all of the
+    // Writes what is pending and closes the file. Throws common::Failure when not all of the
     // capture could be written. Nothing may follow.
     void Close();
 
@@ -35,10 +34,10 @@ class PcapWriter : public TransferObserver {
         void operator()(pcap* capture) const;
     };
 
-    std::string path_;
     Duration epoch_;
+    OutputStream file_;
     std::unique_ptr<pcap, CloseCapture> capture_;
-    pcap_dumper* dumper_;
+    pcap_dumper* dumper_;  // is the file
     std::vector<std::uint8_t> frame_;
 };
 

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/VcdWriter.h"
 
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
-
 namespace sim {
 
 namespace {
@@ -17,23 +13,20 @@ constexpr char SYMBOLS[] = {'d', 'c', 'r'};
 }  // namespace
 
 VcdWriter::VcdWriter(const std::string& path, int bus_hz, Window window)
-    : path_(path),
-      file_(path),
+    : file_(path, "the waveform"),
       bit_(std::chrono::nanoseconds(std::chrono::seconds(1)) / bus_hz),
       window_(window) {
-    if (!file_) {
-        throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
-    }
-    file_ << "$comment I2C bus of the BBP; pauses are shortened to "
-          << LONGEST_PAUSE / std::chrono::microseconds(1) << " us $end\n"
-          << "$timescale 1 ns $end\n"
-          << "$scope module head_unit $end\n"
-          << "$var wire 1 d SDA $end\n"
-          << "$var wire 1 c SCL $end\n"
-          << "$var wire 1 r RESET $end\n"
-          << "$upscope $end\n"
-          << "$enddefinitions $end\n"
-          << "#0\n1d\n1c\n1r\n";
+    file_.Write("$comment I2C bus of the BBP; pauses are shortened to " +
+                std::to_string(LONGEST_PAUSE / std::chrono::microseconds(1)) + " us $end\n");
+    file_.Write(
+        "$timescale 1 ns $end\n"
+        "$scope module head_unit $end\n"
+        "$var wire 1 d SDA $end\n"
+        "$var wire 1 c SCL $end\n"
+        "$var wire 1 r RESET $end\n"
+        "$upscope $end\n"
+        "$enddefinitions $end\n"
+        "#0\n1d\n1c\n1r\n");
 }
 
 void VcdWriter::OnTransfer(const Transfer& transfer) {
@@ -70,23 +63,23 @@ void VcdWriter::OnReset(bool high, Duration at) {
 
 void VcdWriter::Close() {
     time_ += LONGEST_PAUSE;
-    file_ << '#' << time_.count() << '\n';
+    file_.Write("#" + std::to_string(time_.count()) + "\n");
     // Behind the waveform: a comment inside it is more than some readers can take.
     for (const Pause& pause : shortened_) {
-        file_ << "$comment before #" << pause.end.count() << ": a pause of " << pause.length.count()
-              << " ns $end\n";
+        file_.Write("$comment before #" + std::to_string(pause.end.count()) + ": a pause of " +
+                    std::to_string(pause.length.count()) + " ns $end\n");
     }
-    file_.close();
-    if (!file_) {
-        throw std::runtime_error("cannot write " + path_ + ": " + std::strerror(errno));
-    }
+    file_.Close();
 }
 
 void VcdWriter::MoveTo(Duration at) {
     const Duration pause = at - at_;
     if (pause > LONGEST_PAUSE) {
         time_ += LONGEST_PAUSE;
-        shortened_.push_back({time_, pause});
+        Pause cut;
+        cut.end = time_;
+        cut.length = pause;
+        shortened_.push_back(cut);
     } else {
         time_ += pause;
     }
@@ -97,7 +90,8 @@ void VcdWriter::Set(Duration after, Wire wire, bool level) {
     time_ += after;
     if (levels_[wire] != level || after == Duration::zero()) {
         levels_[wire] = level;
-        file_ << '#' << time_.count() << '\n' << (level ? '1' : '0') << SYMBOLS[wire] << '\n';
+        file_.Write("#" + std::to_string(time_.count()) + "\n" + (level ? '1' : '0') +
+                    SYMBOLS[wire] + "\n");
     }
 }
 

@@ -2,11 +2,11 @@
 #ifndef SIM_VCD_WRITER_H
 #define SIM_VCD_WRITER_H
 
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "sim/HeadUnit.h"
+#include "sim/Observer.h"
+#include "sim/OutputStream.h"
 
 namespace sim {
 
@@ -15,7 +15,7 @@ namespace sim {
 //
 // A waveform is large (0.65 MB for a full segment), so only some transfers are written, and time in
 // which nothing happens is shortened; comments at the file's end say where, and how long it was.
-class VcdWriter : public TransferObserver {
+class VcdWriter : public Observer {
   public:
     struct Window {
         unsigned first = 1;   // the first transfer that is written, counted from 1
@@ -23,13 +23,13 @@ class VcdWriter : public TransferObserver {
     };
 
     // Creates or replaces the file `path`. The bits are drawn for a bus of `bus_hz` bits per
-    // second, more than 0. Throws std::runtime_error when the file cannot be written.
+    // second, more than 0. Throws common::Failure when the file cannot be written.
     VcdWriter(const std::string& path, int bus_hz, Window window);
 
     void OnTransfer(const Transfer& transfer) override;
     void OnReset(bool high, Duration at) override;
 
-    // Writes what is pending and closes the file. Throws std::runtime_error when not all of the
+    // Writes what is pending and closes the file. Throws common::Failure when not all of the
     // waveform could be written. Nothing may follow.
     void Close();
 
@@ -48,8 +48,7 @@ class VcdWriter : public TransferObserver {
     void DrawByte(std::uint8_t byte, bool acknowledged);
     void DrawBit(bool level);
 
-    std::string path_;
-    std::ofstream file_;
+    OutputStream file_;
     Duration bit_;
     Window window_;
     unsigned transfers_ = 0;

@@ -21,6 +21,12 @@ inline Duration WireTime(std::size_t bytes, int bus_hz) {
     return Duration(bits * 1000000000 / bus_hz);
 }
 
+// How many bytes have gone over the bus so long after a transfer's start.
+inline std::size_t WholeBytes(Duration time, int bus_hz) {
+    const std::int64_t bits = time.count() * bus_hz / 1000000000;
+    return bits < 11 ? 0 : static_cast<std::size_t>((bits - 2) / 9 - 1);
+}
+
 }  // namespace sim
 
 #endif

@@ -9,34 +9,29 @@
 #include <string>
 #include <vector>
 
+#include "common/Spawn.h"
+
 namespace sim {
 
-// Exit statuses of this program's own, as other programs that run a command have them.
+// The exit status that says that this program itself failed, as other programs that run a command
+// have it.
 constexpr int STATUS_OWN_FAILURE = 125;
-constexpr int STATUS_NOT_EXECUTABLE = 126;
-constexpr int STATUS_NOT_FOUND = 127;
-constexpr int STATUS_SIGNAL = 128;  // and the signal's number
-
-// A variable of a process's environment.
-struct Variable {
-    std::string name;
-    std::string value;
-};
 
 class Child {
   public:
     // Blocks the signals that are to reach the child, in this thread and all that it will start.
     Child();
 
-    // Starts the command, found as a shell finds it, with these variables changed. Returns 0, or
-    // STATUS_NOT_FOUND or STATUS_NOT_EXECUTABLE with errno set.
-    int Start(const std::vector<std::string>& command, const std::vector<Variable>& environment);
+    // Starts the command, found as a shell finds it, with these variables changed. Throws
+    // common::Failure as common::Spawn does.
+    void Start(const std::vector<std::string>& command,
+               const std::vector<common::Variable>& environment);
 
     // What SIGTERM is passed as: an interactive shell does not heed it, but a SIGHUP.
     void EndWith(int signal) { end_signal_ = signal; }
 
     // Waits for the child's end and passes it the signals that this process is sent meanwhile.
-    // Returns its exit status, or STATUS_SIGNAL and the signal that ended it.
+    // Returns its exit status, or common::STATUS_SIGNAL and the signal that ended it.
     int Wait();
 
   private:

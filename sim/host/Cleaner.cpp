@@ -1,21 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/host/Cleaner.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <initializer_list>
 #include <system_error>
+
+#include "common/Pipe.h"
+#include "common/Spawn.h"
 
 namespace sim {
 
 namespace {
 
 // Reads a folder's name until the other end of the pipe goes, and removes the folder.
-[[noreturn]] void CleanWhenAlone(int pipe_end) {
+int CleanWhenAlone(int pipe_end) {
     // Signals of the terminal and of service managers end the others; this one's end is theirs.
     setsid();
     sigset_t all;
@@ -25,45 +27,32 @@ namespace {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         close(descriptor);
     }
-    std::string folder;
-    char buffer[256];
-    ssize_t size = 0;
-    while ((size = read(pipe_end, buffer, sizeof buffer)) > 0) {
-        folder.append(buffer, static_cast<std::size_t>(size));
-    }
+    const std::string folder = common::ReadAll(pipe_end, "the folder's name");
+    std::error_code error;
     if (!folder.empty()) {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
+        std::filesystem::remove_all(folder, error);
     }
-    _exit(0);
+    return error ? 1 : 0;
 }
 
 }  // namespace
 
 Cleaner::Cleaner() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    }
-    pid_ = fork();
-    if (pid_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "fork");
-    }
-    if (pid_ == 0) {
-        close(ends[1]);
-        CleanWhenAlone(ends[0]);
-    }
-    close(ends[0]);
-    pipe_ = ends[1];
+    common::Pipe pipe = common::MakePipe();
+    pid_ = common::Fork([&pipe] {
+        pipe.write_end.Reset();
+        return CleanWhenAlone(pipe.read_end.Get());
+    });
+    pipe_ = std::move(pipe.write_end);
 }
 
 Cleaner::~Cleaner() {
-    close(pipe_);
+    pipe_.Reset();
     waitpid(pid_, nullptr, 0);
 }
 
 void Cleaner::Watch(const std::string& folder) {
-    (void)!write(pipe_, folder.data(), folder.size());
+    common::WriteAll(pipe_.Get(), folder, "to the cleaning process");
 }
 
 }  // namespace sim

@@ -7,21 +7,24 @@
 
 #include <string>
 
+#include "common/UniqueFd.h"
+
 namespace sim {
 
 // A process of its own that waits for this one's end, however it comes, and then removes a folder.
 // Made before the first thread is.
 class Cleaner {
   public:
-    Cleaner();   // throws std::system_error
+    Cleaner();   // throws common::Failure
     ~Cleaner();  // waits until the folder is gone
     Cleaner(const Cleaner&) = delete;
     Cleaner& operator=(const Cleaner&) = delete;
 
+    // Throws common::Failure.
     void Watch(const std::string& folder);
 
   private:
-    int pipe_ = -1;
+    common::UniqueFd pipe_;
     pid_t pid_ = -1;
 };
 

@@ -3,13 +3,17 @@
 
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <sys/un.h>
 #include <umockdev.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <memory>
-#include <stdexcept>
-#include <system_error>
+#include <mutex>
+
+#include "common/Failure.h"
+#include "sim/host/ResetPipe.h"
 
 namespace sim {
 
@@ -108,33 +112,95 @@ void Complete(UMockdevIoctlClient* client, glong success, int result) {
     umockdev_ioctl_client_complete(client, result == 0 ? success : -1, result);
 }
 
-gboolean OnBusIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer handler) {
-    if (umockdev_ioctl_client_get_request(client) != I2C_RDWR) {
+// The way to the handler, open as long as the nodes exist: the library's thread may have a client's
+// call in hand while they go.
+class Gate {
+  public:
+    explicit Gate(DeviceHandler& handler) : handler_(&handler) {}
+
+    void Shut() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        handler_ = nullptr;
+    }
+
+    // Returns what `call` returns for the handler, or ENODEV.
+    int Pass(const std::function<int(DeviceHandler&)>& call) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return handler_ != nullptr ? call(*handler_) : ENODEV;
+    }
+
+  private:
+    std::mutex mutex_;
+    DeviceHandler* handler_;
+};
+using SharedGate = std::shared_ptr<Gate>;
+
+// Tells what the adapter can do. Returns 0 or an errno value.
+int TellFunctions(UMockdevIoctlData* argument) {
+    const Data functions = Resolve(argument, 0, sizeof(unsigned long));
+    if (!functions) {
+        return EFAULT;
+    }
+    *reinterpret_cast<unsigned long*>(functions->data) = I2C_FUNC_I2C;
+    return 0;
+}
+
+gboolean OnBusIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer gate) {
+    const gulong request = umockdev_ioctl_client_get_request(client);
+    if (request == I2C_FUNCS) {
+        Complete(client, 0, TellFunctions(umockdev_ioctl_client_get_arg(client)));
+        return TRUE;
+    }
+    if (request != I2C_RDWR) {
         Complete(client, 0, ENOTTY);
         return TRUE;
     }
     unsigned count = 0;
-    const int result = CarryAll(*static_cast<DeviceHandler*>(handler),
-                                umockdev_ioctl_client_get_arg(client), &count);
+    const int result = (*static_cast<SharedGate*>(gate))->Pass([&](DeviceHandler& handler) {
+        return CarryAll(handler, umockdev_ioctl_client_get_arg(client), &count);
+    });
     Complete(client, static_cast<glong>(count), result);
     return TRUE;
 }
 
-gboolean OnResetWrite(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer handler) {
+gboolean OnResetWrite(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer gate) {
     const UMockdevIoctlData* const text = umockdev_ioctl_client_get_arg(client);
-    const int result = static_cast<DeviceHandler*>(handler)->WriteReset(
-        reinterpret_cast<const char*>(text->data), static_cast<std::size_t>(text->data_len));
+    const int result = (*static_cast<SharedGate*>(gate))->Pass([&](DeviceHandler& handler) {
+        return handler.WriteReset(reinterpret_cast<const char*>(text->data),
+                                  static_cast<std::size_t>(text->data_len));
+    });
     Complete(client, text->data_len, result);
     return TRUE;
 }
 
+void ForgetGate(gpointer gate, GClosure*) {
+    delete static_cast<SharedGate*>(gate);
+}
+
+// `callback` gets the gate with each `signal` until the source goes.
+void Connect(UMockdevIoctlBase* source, const char* signal, GCallback callback,
+             const SharedGate& gate) {
+    g_signal_connect_data(source, signal, callback, new SharedGate(gate), ForgetGate,
+                          GConnectFlags(0));
+}
+
+// What the library says goes nowhere: errors are told by whoever meets them.
+GLogWriterOutput SayNothing(GLogLevelFlags, const GLogField*, gsize, gpointer) {
+    return G_LOG_WRITER_HANDLED;
+}
+
 // The library ends the process where it cannot make its folder.
 UMockdevTestbed* MakeTestbed() {
-    const char* const folder = g_get_tmp_dir();
-    if (access(folder, W_OK | X_OK) != 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                std::string("the devices need a folder for temporary files, and ") +
-                                    folder + " is none");
+    g_log_set_writer_func(SayNothing, nullptr, nullptr);
+    const std::string folder = g_get_tmp_dir();
+    const std::string need = "the devices need a folder for temporary files, and ";
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        throw common::ErrnoFailure(need + folder + " is none", errno);
+    }
+    // Each node is a socket in the folder, and a socket's path is short.
+    const std::string longest = folder + "/umockdev.XXXXXX/ioctl" + RESET_NODE;
+    if (longest.size() >= sizeof sockaddr_un().sun_path) {
+        throw common::Failure(need + "the path " + folder + " is too long");
     }
     return umockdev_testbed_new();
 }
@@ -145,6 +211,8 @@ struct DeviceNodes::Testbed {
     std::unique_ptr<UMockdevTestbed, Unref> testbed{MakeTestbed()};
     std::unique_ptr<UMockdevIoctlBase, Unref> bus{umockdev_ioctl_base_new()};
     std::unique_ptr<UMockdevIoctlBase, Unref> reset{umockdev_ioctl_base_new()};
+    SharedGate gate;
+    std::unique_ptr<ResetPipe> pipe;
 };
 
 DeviceNodes::DeviceNodes(DeviceHandler& handler) : testbed_(std::make_unique<Testbed>()) {
@@ -153,19 +221,28 @@ DeviceNodes::DeviceNodes(DeviceHandler& handler) : testbed_(std::make_unique<Tes
     folder_ = root;
     g_free(root);
 
-    g_signal_connect(testbed_->bus.get(), "handle-ioctl", G_CALLBACK(OnBusIoctl), &handler);
-    g_signal_connect(testbed_->reset.get(), "handle-write", G_CALLBACK(OnResetWrite), &handler);
+    testbed_->gate = std::make_shared<Gate>(handler);
+    Connect(testbed_->bus.get(), "handle-ioctl", G_CALLBACK(OnBusIoctl), testbed_->gate);
+    Connect(testbed_->reset.get(), "handle-write", G_CALLBACK(OnResetWrite), testbed_->gate);
     GError* error = nullptr;
     if (!umockdev_testbed_add_from_string(testbed, NODES, &error) ||
         !umockdev_testbed_attach_ioctl(testbed, BUS_NODE, testbed_->bus.get(), &error) ||
         !umockdev_testbed_attach_ioctl(testbed, RESET_NODE, testbed_->reset.get(), &error)) {
         const std::string text = error->message;
         g_clear_error(&error);
-        throw std::runtime_error("the device nodes cannot be made: " + text);
+        throw common::Failure("the device nodes cannot be made: " + text);
     }
+    // The library would take the requests to all other devices, too.
+    unlink((folder_ + "/ioctl/_default").c_str());
+    testbed_->pipe = std::make_unique<ResetPipe>(
+        folder_ + RESET_NODE, [gate = testbed_->gate](const char* text, std::size_t size) {
+            gate->Pass([&](DeviceHandler& present) { return present.WriteReset(text, size); });
+        });
 }
 
 DeviceNodes::~DeviceNodes() {
+    testbed_->pipe.reset();
+    testbed_->gate->Shut();
     UMockdevTestbed* const testbed = testbed_->testbed.get();
     umockdev_testbed_detach_ioctl(testbed, BUS_NODE, nullptr);
     umockdev_testbed_detach_ioctl(testbed, RESET_NODE, nullptr);

@@ -11,8 +11,8 @@
 
 namespace sim {
 
-// What is behind the nodes. All calls come from one thread of the nodes'. Results are 0 or an errno
-// value.
+// What is behind the nodes. The calls come from threads of the nodes', one at a time. Results are 0
+// or an errno value.
 class DeviceHandler {
   public:
     virtual ~DeviceHandler() = default;
@@ -23,7 +23,8 @@ class DeviceHandler {
 
 class DeviceNodes {
   public:
-    // The handler is not owned and must outlive the nodes. Throws std::runtime_error.
+    // The handler is not owned and must outlive the nodes; no call comes after they have gone.
+    // Throws common::Failure.
     explicit DeviceNodes(DeviceHandler& handler);
     ~DeviceNodes();
     DeviceNodes(const DeviceNodes&) = delete;

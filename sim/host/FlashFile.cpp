@@ -1,38 +1,91 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/host/FlashFile.h"
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <system_error>
+#include <string_view>
+
+#include "common/AtomicFile.h"
+#include "common/Failure.h"
+#include "common/Sha256.h"
+#include "sim/host/OutputFile.h"
 
 namespace sim {
 
-std::vector<std::uint8_t> FlashFile::Load() const {
-    if (path_.empty() || !std::filesystem::exists(path_)) {
-        return {};
+namespace {
+
+// The same text for the same file, whatever path leads to it.
+std::string Identity(const std::string& path) {
+    const std::filesystem::path file(path);
+    const std::string folder = file.has_parent_path() ? file.parent_path().string() : ".";
+    struct stat status;
+    if (stat(folder.c_str(), &status) != 0) {
+        throw common::ErrnoFailure("the flash's file " + path, errno);
+    }
+    return std::to_string(status.st_dev) + " " + std::to_string(status.st_ino) + " " +
+           file.filename().string();
+}
+
+}  // namespace
+
+FlashFile::FlashFile(const std::string& path) : path_(common::FollowLinks(path)) {
+    CheckReplaceable(path_, "the flash's file");
+    Lock();
+}
+
+// The lock is a name in the kernel, which goes with this process: the file itself is another after
+// each change, and a second file would stay behind.
+void FlashFile::Lock() {
+    const std::string identity = Identity(path_);
+    const std::string name = "bbpsim " + common::Sha256Of(identity.data(), identity.size());
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::copy(name.begin(), name.end(), address.sun_path + 1);
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    lock_.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!lock_ || bind(lock_.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+        if (errno == EADDRINUSE) {
+            throw common::Failure("the flash's file " + path_ + " is in use by another bbpsim");
+        }
+        throw common::ErrnoFailure("locking the flash's file " + path_, errno);
+    }
+}
+
+std::optional<FlashBytes> FlashFile::Load() const {
+    if (!std::filesystem::exists(path_)) {
+        return std::nullopt;
     }
     std::ifstream file(path_, std::ios::binary);
-    std::vector<std::uint8_t> flash{std::istreambuf_iterator<char>(file), {}};
-    // A folder opens, and cannot be read.
-    if (!file || std::filesystem::is_directory(path_)) {
-        throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), path_);
+    FlashBytes flash{std::istreambuf_iterator<char>(file), {}};
+    if (!file) {
+        throw common::ErrnoFailure("reading the flash's file " + path_, errno);
     }
     return flash;
 }
 
-bool FlashFile::Save(const std::vector<std::uint8_t>& flash) const {
-    if (path_.empty()) {
-        return true;
+void FlashFile::Save(const FlashBytes& flash) const {
+    common::AtomicFile file(path_);
+    file.Write(std::string_view(reinterpret_cast<const char*>(flash.data()), flash.size()));
+    file.Commit();
+}
+
+void FlashSaver::OnFlash(const FlashBytes& flash) {
+    try {
+        file_.Save(flash);
+        saved_ = true;
+    } catch (const common::Failure& failure) {
+        std::fprintf(stderr, "bbpsim: %s\n", failure.what());
+        saved_ = false;
     }
-    const std::string next = path_ + ".new";
-    std::ofstream file(next, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(flash.data()),
-               static_cast<std::streamsize>(flash.size()));
-    file.close();
-    return file && std::rename(next.c_str(), path_.c_str()) == 0;
 }
 
 }  // namespace sim

@@ -3,14 +3,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include "sim/FaultText.h"
 #include "sim/SampleImage.h"
@@ -22,8 +21,7 @@ namespace {
 
 const char ABOUT[] =
     "Runs a command, or without one a shell, inside a simulated head unit: the command and all "
-    "that "
-    "it starts find /dev/i2c1 and /dev/gpio/HD_DAB2Reset, with a chip behind them.";
+    "that it starts find /dev/i2c1 and /dev/gpio/HD_DAB2Reset, with a chip behind them.";
 const char EPILOGUE[] =
     "The exit status is the command's; 128 and the signal's number if one ended it; 127 if it is "
     "not found, 126 if it cannot be run, 125 if bbpsim itself failed.";
@@ -36,21 +34,23 @@ constexpr unsigned MOST_DRAWN = 2000;  // about a megabyte each
 
 // Takes "ERASE,PROGRAM,VERIFY", in seconds, apart. Throws CLI::ValidationError.
 BurnTimes ParseBurn(const std::string& text) {
-    std::istringstream words(text);
-    std::array<Duration, 3> times;
-    for (std::size_t i = 0; i < times.size(); ++i) {
+    std::vector<Duration> times;
+    for (const std::string& word : CLI::detail::split(text, ',')) {
         double seconds = -1;
-        const bool separated = i == 0 || words.get() == ',';
-        if (!separated || !(words >> seconds) || seconds < 0 || seconds > LONGEST_PHASE) {
-            throw CLI::ValidationError(
-                "--burn", "takes three times in seconds, such as 4,8,3, and not " + text);
+        if (CLI::detail::lexical_cast(word, seconds) && seconds >= 0 && seconds <= LONGEST_PHASE) {
+            times.push_back(
+                std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds)));
         }
-        times[i] = std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
     }
-    if (words.peek() != std::char_traits<char>::eof()) {
-        throw CLI::ValidationError("--burn", "has something behind its three times: " + text);
+    if (times.size() != 3 || std::count(text.begin(), text.end(), ',') != 2) {
+        throw CLI::ValidationError("--burn",
+                                   "takes three times in seconds, such as 4,8,3, and not " + text);
     }
-    return {times[0], times[1], times[2]};
+    BurnTimes burn;
+    burn.erase = times[0];
+    burn.program = times[1];
+    burn.verify = times[2];
+    return burn;
 }
 
 bool IsLockFault(const Fault& fault) {
@@ -81,7 +81,8 @@ std::vector<Fault> ParseFaultFile(const std::string& path) {
     std::ifstream file(path);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     if (!file) {
-        throw CLI::ValidationError("--faults", path + ": " + std::strerror(errno));
+        throw CLI::ValidationError("--faults",
+                                   path + ": " + std::generic_category().message(errno));
     }
     std::vector<Fault> faults;
     FaultMistake mistake;

@@ -4,7 +4,6 @@
 #include <sys/prctl.h>
 
 #include <thread>
-#include <utility>
 
 namespace sim {
 
@@ -25,6 +24,40 @@ RealTimeUnit::RealTimeUnit(HeadUnit& unit, bool paced) : unit_(unit), paced_(pac
     if (!paced) {
         unit_.SetBusHz(0);
     }
+    keeper_ = std::thread([this] { KeepTime(); });
+}
+
+RealTimeUnit::~RealTimeUnit() {
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ends_ = true;
+    }
+    changed_.notify_one();
+    keeper_.join();
+}
+
+std::optional<RealTimeUnit::Clock::time_point> RealTimeUnit::NextPhase() const {
+    const std::optional<Duration> left = unit_.Chip().UntilNextPhase();
+    return left ? std::optional<Clock::time_point>(start_ + unit_.Now() + *left) : std::nullopt;
+}
+
+void RealTimeUnit::KeepTime() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!ends_) {
+        awaited_ = NextPhase();
+        if (!awaited_) {
+            changed_.wait(lock);
+        } else if (changed_.wait_until(lock, *awaited_) == std::cv_status::timeout) {
+            CatchUp();
+        }
+    }
+}
+
+// The keeper waits for something else than it should.
+void RealTimeUnit::WakeKeeper() {
+    if (NextPhase() != awaited_) {
+        changed_.notify_one();
+    }
 }
 
 void RealTimeUnit::CatchUp() {
@@ -43,7 +76,7 @@ int RealTimeUnit::Transfer(const std::function<int()>& transfer) {
         result = transfer();
         // What the simulation itself costs is part of the wire's time.
         deadline = start_ + unit_.Now() - NODE_COST;
-        look_(unit_);
+        WakeKeeper();
     }
     if (paced_) {
         SleepUntil(deadline);
@@ -67,6 +100,7 @@ void RealTimeUnit::With(const std::function<void(HeadUnit&)>& use) {
     const std::lock_guard<std::mutex> guard(mutex_);
     CatchUp();
     use(unit_);
+    WakeKeeper();
 }
 
 }  // namespace sim

@@ -4,9 +4,17 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "sim/Digest.h"
+#include "common/Sha256.h"
 
 namespace sim {
+
+namespace {
+
+std::string Fingerprint(const FlashBytes& flash) {
+    return common::Sha256Of(flash.data(), flash.size());
+}
+
+}  // namespace
 
 std::string ReportText(const Report& report) {
     std::ostringstream text;
@@ -16,11 +24,11 @@ std::string ReportText(const Report& report) {
          << "polls      " << report.polls << '\n'
          << "burns      " << report.burns << '\n'
          << "image      " << report.image_size << " bytes\n";
-    if (report.flash->empty()) {
+    if (report.flash == nullptr) {
         text << "flash      never written\n";
     } else {
-        text << "flash      " << report.flash->size() << " bytes, SHA-256 " << Sha256(*report.flash)
-             << '\n';
+        text << "flash      " << report.flash->size() << " bytes, SHA-256 "
+             << Fingerprint(*report.flash) << '\n';
     }
     text << "version    " << report.version << '\n' << "faults     " << report.faults << '\n';
     return text.str();
@@ -39,8 +47,8 @@ std::string ReportJson(const Report& report, int command_status) {
     json["image_size"] = report.image_size;
     json["version"] = report.version;
     json["flash"] = nullptr;
-    if (!report.flash->empty()) {
-        json["flash"] = {{"size", report.flash->size()}, {"sha256", Sha256(*report.flash)}};
+    if (report.flash != nullptr) {
+        json["flash"] = {{"size", report.flash->size()}, {"sha256", Fingerprint(*report.flash)}};
     }
     // A version may be any bytes; those that are no text become replacement characters.
     return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";

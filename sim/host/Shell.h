@@ -6,18 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "sim/host/Child.h"
+#include "common/Spawn.h"
 
 namespace sim {
 
 struct Shell {
     std::vector<std::string> command;
-    std::vector<Variable> environment;
+    std::vector<common::Variable> variables;
 };
 
 // The interactive shell of the variable SHELL, /bin/sh without one. What it reads when it starts is
 // kept in `folder`. bash and zsh read the user's own start file first and keep his prompt behind
-// the sign; other shells get a prompt that is nothing but the sign.
+// the sign; other shells get a prompt that is nothing but the sign. Throws common::Failure.
 Shell MakeShell(const std::string& folder);
 
 }  // namespace sim

@@ -2,47 +2,52 @@
 #include "sim/host/Views.h"
 
 #include <cstdio>
-#include <stdexcept>
+
+#include "sim/LogView.h"
+#include "sim/OutputStream.h"
+#include "sim/PcapWriter.h"
+#include "sim/VcdWriter.h"
 
 namespace sim {
 
-Views::Views(const Options& options, HeadUnit& unit) : log_path_(options.log_file) {
+Views::Views(const Options& options) {
     if (options.log) {
-        log_.emplace([](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); });
-        unit.AddObserver(&*log_);
+        observers_.push_back(std::make_shared<LogView>(
+            [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); }));
     }
-    if (!log_path_.empty()) {
-        log_stream_.open(log_path_);
-        if (!log_stream_) {
-            throw std::runtime_error("cannot write " + log_path_);
-        }
-        log_file_.emplace([this](const std::string& line) { log_stream_ << line << std::endl; });
-        unit.AddObserver(&*log_file_);
+    if (!options.log_file.empty()) {
+        OpenLog(options.log_file);
     }
     if (!options.pcap.empty()) {
         const Duration epoch = std::chrono::system_clock::now().time_since_epoch();
-        pcap_.emplace(options.pcap, epoch);
-        unit.AddObserver(&*pcap_);
+        Keep(std::make_shared<PcapWriter>(options.pcap, epoch));
     }
     if (!options.vcd.empty()) {
-        vcd_.emplace(options.vcd, options.bus_hz, options.vcd_window);
-        unit.AddObserver(&*vcd_);
+        Keep(std::make_shared<VcdWriter>(options.vcd, options.bus_hz, options.vcd_window));
     }
 }
 
-void Views::Close() {
-    if (pcap_) {
-        pcap_->Close();
+void Views::OpenLog(const std::string& path) {
+    const auto stream = std::make_shared<OutputStream>(path, "the log");
+    observers_.push_back(std::make_shared<LogView>([stream](const std::string& line) {
+        stream->Write(line + "\n");
+        stream->Flush();
+    }));
+    closings_.emplace_back([stream] { stream->Close(); });
+}
+
+template <typename Writer>
+void Views::Keep(std::shared_ptr<Writer> writer) {
+    observers_.push_back(writer);
+    closings_.emplace_back([writer] { writer->Close(); });
+}
+
+std::vector<Observer*> Views::Observers() const {
+    std::vector<Observer*> all;
+    for (const std::shared_ptr<Observer>& observer : observers_) {
+        all.push_back(observer.get());
     }
-    if (vcd_) {
-        vcd_->Close();
-    }
-    if (log_file_) {
-        log_stream_.close();
-        if (!log_stream_) {
-            throw std::runtime_error("cannot write " + log_path_);
-        }
-    }
+    return all;
 }
 
 }  // namespace sim

@@ -3,33 +3,34 @@
 #ifndef SIM_HOST_VIEWS_H
 #define SIM_HOST_VIEWS_H
 
-#include <fstream>
-#include <optional>
+#include <functional>
+#include <memory>
+#include <vector>
 
-#include "sim/HeadUnit.h"
-#include "sim/LogView.h"
-#include "sim/PcapWriter.h"
-#include "sim/VcdWriter.h"
+#include "sim/Observer.h"
 #include "sim/host/Options.h"
 
 namespace sim {
 
 class Views {
   public:
-    // Opens what the options name and lets it watch the head unit, which must not outlive this
-    // object's observers' last call. Throws std::runtime_error if a file cannot be written.
-    Views(const Options& options, HeadUnit& unit);
+    // Opens what the options name. Throws common::Failure if a file cannot be written.
+    explicit Views(const Options& options);
 
-    // Completes the files. Throws std::runtime_error if one could not be written whole.
-    void Close();
+    // All of them; they are this object's.
+    std::vector<Observer*> Observers() const;
+
+    // What completes each file; it throws common::Failure if the file could not be written whole.
+    // To be called when nothing more is to be seen.
+    const std::vector<std::function<void()>>& Closings() const { return closings_; }
 
   private:
-    std::optional<LogView> log_;
-    std::ofstream log_stream_;
-    std::optional<LogView> log_file_;
-    std::optional<PcapWriter> pcap_;
-    std::optional<VcdWriter> vcd_;
-    std::string log_path_;
+    void OpenLog(const std::string& path);
+    template <typename Writer>
+    void Keep(std::shared_ptr<Writer> writer);
+
+    std::vector<std::shared_ptr<Observer>> observers_;
+    std::vector<std::function<void()>> closings_;
 };
 
 }  // namespace sim

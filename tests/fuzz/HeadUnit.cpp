@@ -91,7 +91,7 @@ const Bytes INSTALLED = {1, 2, 3};
 
 sim::ChipConfig Configuration() {
     sim::ChipConfig config;
-    config.flash = {1, 2, 3};
+    config.flash = INSTALLED;
     return config;
 }
 

@@ -111,7 +111,7 @@ int main(int argc, char** argv) {
     }
     sim::ChipConfig config;
     config.installed = argv[1];
-    config.burn = {std::chrono::seconds(1), std::chrono::seconds(1), std::chrono::seconds(1)};
+    config.burn.erase = config.burn.program = config.burn.verify = std::chrono::seconds(1);
     sim::HeadUnit head_unit(config);
     sim::RealTimeUnit unit(head_unit, false);
     std::thread(ServeBus, bridge, std::ref(unit)).detach();
@@ -119,9 +119,7 @@ int main(int argc, char** argv) {
     const int result = ServeLine(argv[0], unit);
     unit.With([&](sim::HeadUnit& seen) {
         std::fputs(sim::ReportText(seen.GetReport()).c_str(), stdout);
-        if (!sim::FlashFile(argv[2]).Save(seen.Chip().Flash())) {
-            std::perror(argv[2]);
-        }
+        sim::FlashFile(argv[2]).Save(seen.Chip().Flash());
     });
     std::fflush(stdout);
     _exit(result);  // the bus's thread still waits for a transfer

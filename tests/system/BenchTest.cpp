@@ -1,39 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// bbpsim itself: what runs in it, how it ends, what it leaves behind and what it shows.
+// bbpsim itself: what runs in it and how it ends.
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <thread>
 
-#include "tests/system/Process.h"
-#include "tests/system/Terminal.h"
+#include "tests/system/Bench.h"
 
 namespace system_test {
 namespace {
-
-const std::string BBPSIM = ProgramFolder() + "/bbpsim";
-
-Words Bench(const Words& words) {
-    return Words{BBPSIM, "--pace", "none"} + words;
-}
-
-Words Shell(const std::string& script) {
-    return {"--", "sh", "-c", script};
-}
-
-// Waits until a program has said the text.
-void AwaitOutput(const Process& process, const std::string& text) {
-    while (process.Output().find(text) == std::string::npos) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-}
-
-// The command
 
 TEST(SystemBench, PassesTheCommandsOutputAndExitStatusThrough) {
     const Outcome outcome = RunToEnd(Bench(Shell("echo out; echo err >&2; exit 3")));
@@ -57,8 +33,8 @@ TEST(SystemBench, TellsByItsStatusHowTheCommandEnded) {
 }
 
 TEST(SystemBench, FailsWithAStatusOfItsOwn) {
-    EXPECT_EQ(125, RunToEnd({BBPSIM, "--pace", "fast", "--", "true"}).status);
-    EXPECT_EQ(125, RunToEnd({BBPSIM, "--no-such-option"}).status);
+    EXPECT_EQ(125, RunToEnd({BbpSim(), "--pace", "fast", "--", "true"}).status);
+    EXPECT_EQ(125, RunToEnd({BbpSim(), "--no-such-option"}).status);
     EXPECT_EQ(125, RunToEnd(Bench({"--flash", "/", "--", "true"})).status);
     EXPECT_EQ(125, RunToEnd(Bench({"--pcap", "/nowhere/x", "--", "true"})).status);
     EXPECT_EQ(125, RunToEnd(Bench({"--log-file", "/nowhere/x", "--", "true"})).status);
@@ -75,13 +51,13 @@ TEST(SystemBench, NeedsAFolderForTemporaryFiles) {
 }
 
 TEST(SystemBench, TellsWhatItIsAskedAndEnds) {
-    const Outcome help = RunToEnd({BBPSIM, "--help"});
+    const Outcome help = RunToEnd({BbpSim(), "--help"});
     EXPECT_EQ(0, help.status);
     EXPECT_NE(std::string::npos, help.out.find("--installed"));
-    const Outcome faults = RunToEnd({BBPSIM, "--list-faults"});
+    const Outcome faults = RunToEnd({BbpSim(), "--list-faults"});
     EXPECT_EQ(0, faults.status);
     EXPECT_NE(std::string::npos, faults.out.find("die-programming [PERCENT]"));
-    EXPECT_EQ(0, RunToEnd({BBPSIM, "--version"}).status);
+    EXPECT_EQ(0, RunToEnd({BbpSim(), "--version"}).status);
 }
 
 TEST(SystemBench, ShowsTheDevicesToTheCommandAndAllThatItStarts) {
@@ -109,6 +85,8 @@ TEST(SystemBench, IsABusAndAResetLineForAnyProgram) {
         "too many messages: -1 EINVAL\n"
         "too long a message: -1 EINVAL\n"
         "the longest message: 1\n"
+        "functions: 0\n"
+        "1\n"
         "another command: -1 ENOTTY\n"
         "no level: -1 EINVAL\n"
         "low: 1\n"
@@ -117,261 +95,58 @@ TEST(SystemBench, IsABusAndAResetLineForAnyProgram) {
         outcome.out);
 }
 
-// Its end
-
-class SystemBenchEnd : public ::testing::TestWithParam<int> {
-  protected:
-    Words BenchHere(const Words& words) const {
-        return Words{"env", "TMPDIR=" + folder_.Path("")} + Bench(words);
-    }
-    // Waits until what was there is gone, if it ever goes.
-    void AwaitNothingLeft() const {
-        while (folder_.Count() > 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-
-    TemporaryFolder folder_;
-};
-
-TEST_P(SystemBenchEnd, LeavesNothingBehindWhenItIsKilled) {
-    Process bench(BenchHere(Shell("echo ready; exec sleep 1000")));
-    AwaitOutput(bench, "ready");
-    EXPECT_EQ(1, folder_.Count());
-    kill(bench.Id(), GetParam());
-    EXPECT_EQ(128 + GetParam(), bench.Wait().status);
-    AwaitNothingLeft();
+TEST(SystemBench, LeavesOtherDevicesToTheKernel) {
+    // A request that this device does not know: the kernel says so, and so did the simulated
+    // devices for all others.
+    const std::string ask =
+        "import fcntl, os, struct\n"
+        "pair = os.pipe()\n"
+        "os.write(pair[1], b'abc')\n"
+        "print(struct.unpack('i', fcntl.ioctl(pair[0], 0x541B, b'    '))[0])\n"
+        "fd = os.open('/dev/ptmx', os.O_RDWR)\n"
+        "print(struct.unpack('I', fcntl.ioctl(fd, 0x80045430, b'    '))[0] >= 0)\n";
+    EXPECT_EQ("3\nTrue\n", RunToEnd(Bench({"--", "python3", "-c", ask})).out);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, SystemBenchEnd,
-                         ::testing::Values(SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGKILL));
-
-TEST_F(SystemBenchEnd, LeavesNothingBehindWhenTheCommandEnds) {
-    EXPECT_EQ(0, RunToEnd(BenchHere(Shell("exit 0"))).status);
-    EXPECT_EQ(0, folder_.Count());
-    EXPECT_EQ(137, RunToEnd(BenchHere(Shell("kill -KILL $$"))).status);
-    EXPECT_EQ(0, folder_.Count());
-    EXPECT_EQ(127, RunToEnd(BenchHere({"--", "no-such-command"})).status);
-    EXPECT_EQ(0, folder_.Count());
-}
-
-// A command that tells which of the signals it gets.
-const char TRAPS[] =
-    "trap 'echo term; exit 5' TERM; trap 'echo hup; exit 6' HUP; echo ready; "
-    "while :; do sleep 0.05; done";
-
-TEST(SystemBenchSignals, GoToTheCommandWhichDecides) {
-    Process bench(Bench(Shell(TRAPS)));
-    AwaitOutput(bench, "ready");
-    kill(bench.Id(), SIGTERM);
-    const Outcome outcome = bench.Wait();
-    EXPECT_EQ(5, outcome.status);
-    EXPECT_EQ("ready\nterm\n", outcome.out);
-}
-
-TEST(SystemBenchSignals, KillACommandThatDoesNotHeedTheFirst) {
-    Process bench(Bench(Shell("trap 'echo no' TERM; echo ready; while :; do sleep 0.05; done")));
-    AwaitOutput(bench, "ready");
-    kill(bench.Id(), SIGTERM);
-    AwaitOutput(bench, "no\n");
-    kill(bench.Id(), SIGTERM);
-    EXPECT_EQ(137, bench.Wait().status);
-}
-
-TEST(SystemBenchSignals, EndTheCommandWhenTheBenchIsKilled) {
+TEST(SystemBench, GivesTheCommandNoDescriptorOfItsOwn) {
     TemporaryFolder folder;
-    const std::string file = folder.Write("said", "");
-    Process bench(Bench(Shell("{ " + std::string(TRAPS) + "; } > " + file)));
-    while (folder.Read("said") != "ready\n") {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    kill(bench.Id(), SIGKILL);
-    EXPECT_EQ(137, bench.Wait().status);
-    while (folder.Read("said") != "ready\nhup\n") {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    const Words views = {"--pcap",         folder.Path("p"), "--vcd",
+                         folder.Path("v"), "--log-file",     folder.Path("l")};
+    const Words list = {
+        "--", "python3", "-c",
+        "import os; print([l for l in (os.readlink('/proc/self/fd/' + f) for f in "
+        "os.listdir('/proc/self/fd') if os.path.lexists('/proc/self/fd/' + f)) if '" +
+            folder.Path("") + "' in l and '/out' not in l and '/err' not in l])"};
+    EXPECT_EQ("[]\n", RunToEnd(Bench(views + list)).out);
 }
 
-TEST(SystemBenchSignals, ComeOnceFromTheTerminal) {
-    Terminal terminal(Bench(Shell("trap 'echo int' INT; echo ready; read x; echo end; exit 4")));
-    ASSERT_TRUE(terminal.Shows("ready"));
-    terminal.Type("\x03");
-    ASSERT_TRUE(terminal.Shows("^C"));
-    terminal.Type("\n");
-    EXPECT_EQ(4, terminal.Wait());
-    const std::string& screen = terminal.Screen();
-    const std::size_t first = screen.find("int\r\n");
-    EXPECT_NE(std::string::npos, first);
-    EXPECT_EQ(std::string::npos, screen.find("int\r\n", first + 1)) << screen;
-}
-
-TEST(SystemBenchSignals, EndTheCommandWhenTheTerminalGoes) {
+TEST(SystemBench, KeepsItsFilesApartFromAMissingStandardOutput) {
     TemporaryFolder folder;
-    const std::string file = folder.Write("said", "");
-    {
-        Terminal terminal(Bench(Shell("{ " + std::string(TRAPS) + "; } > " + file)));
-        while (folder.Read("said") != "ready\n") {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        terminal.HangUp();
-        EXPECT_EQ(6, terminal.Wait());
-    }
-    EXPECT_EQ("ready\nhup\n", folder.Read("said"));
+    const std::string pcap = folder.Path("p");
+    const std::string run = BbpSim() + " --pace none --pcap " + pcap + " -- sh -c 'echo HELLO' >&-";
+    RunToEnd({"sh", "-c", run});
+    EXPECT_EQ(24u, folder.Read("p").size()) << "a capture's header and nothing else";
 }
 
-// The shell
-
-TEST(SystemBenchShell, IsTheUsersWithAPromptThatSaysWhereHeIs) {
-    TemporaryFolder home;
-    home.Write(".bashrc", "PS1='mine> '\n");
-    Terminal terminal(Words{"env", "SHELL=/bin/bash", "HOME=" + home.Path("")} + Bench({}));
-    ASSERT_TRUE(terminal.Shows("(head unit) mine> "));
-    terminal.Type("ls /dev/i2c*\n");
-    EXPECT_TRUE(terminal.Shows("\n/dev/i2c1"));
-    EXPECT_TRUE(terminal.Shows("(head unit) mine> "));
-    terminal.Type("exit 7\n");
-    EXPECT_EQ(7, terminal.Wait());
-}
-
-TEST(SystemBenchShell, MayBeAnyShell) {
-    Terminal terminal(Words{"env", "SHELL=/bin/sh"} + Bench({}));
-    ASSERT_TRUE(terminal.Shows("(head unit) $ "));
-    terminal.Type("exit 2\n");
-    EXPECT_EQ(2, terminal.Wait());
-}
-
-TEST(SystemBenchShell, GoesWhenTheBenchIsToldTo) {
-    TemporaryFolder home;
-    Terminal terminal(Words{"env", "SHELL=/bin/bash", "HOME=" + home.Path("")} + Bench({}));
-    ASSERT_TRUE(terminal.Shows("(head unit) "));
-    kill(terminal.Id(), SIGTERM);
-    // A shell that was just about to wait for a key heeds the signal at the next one.
-    EXPECT_EQ(128 + SIGHUP, terminal.WaitPressing("\n"));
-}
-
-// The flash
-
-class SystemBenchFlash : public ::testing::Test {
-  protected:
-    Words BenchOn(const std::string& burn) const {
-        return Bench({"--burn", burn, "--flash", folder_.Path("flash")});
-    }
-
-    TemporaryFolder folder_;
-};
-
-TEST_F(SystemBenchFlash, CanBeLookedAtWhileTheBenchRuns) {
-    const std::string script = std::string(BBP_BUS_CLIENT) + " burn; cat " + folder_.Path("flash");
-    const Outcome outcome = RunToEnd(BenchOn("0,0,0") + Shell(script));
-    EXPECT_EQ("status 1\n" + std::string(100, 'U'), outcome.out);
-    EXPECT_EQ("", outcome.err);
-}
-
-TEST_F(SystemBenchFlash, HoldsNoFirmwareAfterTheBenchIsEndedInErase) {
-    Process bench(BenchOn("1000,0,0") + Words{"--", BBP_BUS_CLIENT, "burn"});
-    AwaitOutput(bench, "status 4");
-    kill(bench.Id(), SIGTERM);
-    EXPECT_EQ(143, bench.Wait().status);
-    EXPECT_EQ(std::string(100, '\xFF'), folder_.Read("flash"));
-
-    const Outcome next = RunToEnd(BenchOn("0,0,0") + Words{"--", BBP_BUS_CLIENT});
-    EXPECT_NE(std::string::npos, next.out.find("\n26 LOADER ONLY\n")) << next.out;
-}
-
-TEST_F(SystemBenchFlash, IsToldOfWhenItCannotBeKept) {
-    const Words bench = Bench({"--burn", "0,0,0", "--flash", "/nowhere/flash"});
-    const Outcome outcome = RunToEnd(bench + Words{"--", BBP_BUS_CLIENT, "burn"});
-    EXPECT_EQ(0, outcome.status);
-    EXPECT_EQ("bbpsim: /nowhere/flash: No such file or directory\n", outcome.err);
-}
-
-// Faults and views
-
-TEST(SystemBenchFaults, ComeFromTheCommandLineAndFromFiles) {
+TEST(SystemBench, RefusesAFolderForTemporaryFilesWithTooLongAName) {
     TemporaryFolder folder;
-    const std::string file = folder.Write("faults", "# the reply is lost\nread 1 nak\n");
-    const std::string json = folder.Path("json");
-    const Outcome outcome =
-        RunToEnd(Bench({"--fault", "write 1 nak", "--fault", "write 2 fail EIO", "--faults", file,
-                        "--json", json, "--", BBP_BUS_CLIENT}));
-    EXPECT_EQ("query: -1 ENXIO\nreply: -1 ENXIO\n", outcome.out.substr(0, 32));
-    EXPECT_NE(std::string::npos, outcome.out.find("both at once: -1 EIO\n")) << outcome.out;
-    EXPECT_EQ(3, nlohmann::json::parse(folder.Read("json"))["faults"]);
-}
-
-TEST(SystemBenchFaults, AreListedInTheDocumentation) {
-    std::istringstream list(RunToEnd({BBPSIM, "--list-faults"}).out);
-    std::string block;
-    std::string line;
-    while (std::getline(list, line)) {
-        block += line.empty() ? "\n" : "    " + line + "\n";
-    }
-    std::ifstream page(BBP_DOCUMENTATION "/bbpsim.md");
-    const std::string text{std::istreambuf_iterator<char>(page), {}};
-    EXPECT_NE(std::string::npos, text.find(block)) << block;
-}
-
-TEST(SystemBenchFaults, AreToldWithTheWordThatIsWrong) {
-    const Outcome outcome = RunToEnd(Bench({"--fault", "burn 2 explode", "--", "true"}));
+    const std::string path = folder.Path(std::string(90, 'x'));
+    std::filesystem::create_directory(path);
+    const Outcome outcome = RunToEnd(Words{"env", "TMPDIR=" + path} + Bench({"--", "echo", "x"}));
     EXPECT_EQ(125, outcome.status);
-    EXPECT_EQ(
-        "--fault: an action is needed here, one of: reject die-erasing die-programming "
-        "verify-fails\n"
-        "  burn 2 explode\n"
-        "         ^^^^^^^\n"
-        "Run with --help for more information.\n",
-        outcome.err);
-
-    TemporaryFolder folder;
-    const std::string file = folder.Write("faults", "read nak\n\n  poll x busy\n");
-    const Outcome in_file = RunToEnd(Bench({"--faults", file, "--", "true"}));
-    EXPECT_EQ(125, in_file.status);
-    EXPECT_EQ(file + ":3:8: ", in_file.err.substr(0, file.size() + 6));
-    EXPECT_NE(std::string::npos, in_file.err.find("\n    poll x busy\n         ^\n"))
-        << in_file.err;
-
-    EXPECT_EQ(125, RunToEnd(Bench({"--faults", "/nowhere/x", "--", "true"})).status);
+    EXPECT_EQ("", outcome.out);
+    EXPECT_EQ("bbpsim: the devices need a folder for temporary files, and the path " + path +
+                  " is too long\n",
+              outcome.err);
 }
 
-TEST(SystemBenchFaults, KeepTheLockFromTheStartOrNotAtAll) {
-    const Words lock = {"--", "flock", "--nonblock", "/dev/i2c1", "true"};
-    EXPECT_EQ(0, RunToEnd(Bench(lock)).status);
-    EXPECT_EQ(1, RunToEnd(Bench(Words{"--fault", "lock never-grant"} + lock)).status);
-    EXPECT_EQ(125, RunToEnd(Bench(Words{"--fault", "lock 3 never-grant"} + lock)).status);
-    EXPECT_EQ(125, RunToEnd(Bench(Words{"--fault", "unlock fail EIO"} + lock)).status);
-}
-
-TEST(SystemBenchViews, TellEachTransferOnALine) {
+TEST(SystemBench, HasAResetLineForShells) {
     TemporaryFolder folder;
-    const Outcome outcome =
-        RunToEnd(Bench({"--log", "--log-file", folder.Path("log"), "--", BBP_BUS_CLIENT}));
-    EXPECT_EQ(outcome.err, folder.Read("log"));
-    EXPECT_NE(std::string::npos, outcome.err.find(" write version query #0, 1 byte, 01\n"));
-    EXPECT_NE(std::string::npos, outcome.err.find(" read  reply to version query #0, \"1.0.0\"\n"));
-    EXPECT_NE(std::string::npos, outcome.err.find(" reset low\n"));
-}
-
-TEST(SystemBenchViews, AreFilesForOtherPrograms) {
-    TemporaryFolder folder;
-    RunToEnd(Bench({"--pcap", folder.Path("pcap"), "--vcd", folder.Path("vcd"), "--vcd-first", "2",
-                    "--vcd-count", "1", "--", BBP_BUS_CLIENT}));
-    EXPECT_EQ("\x4D\x3C\xB2\xA1", folder.Read("pcap").substr(0, 4));
-    EXPECT_NE(std::string::npos, folder.Read("vcd").find("$var wire 1 d SDA $end"));
-}
-
-TEST(SystemBenchViews, ReportWhatTheHeadUnitSaw) {
-    TemporaryFolder folder;
-    const Outcome outcome = RunToEnd(Bench({"--installed", "7.7", "--report", "--json",
-                                            folder.Path("json"), "--", "sh", "-c", "exit 9"}));
-    EXPECT_EQ(
-        "resets     0\nmessages   0\nsegments   0\npolls      0\nburns      0\nimage      0 bytes\n"
-        "flash      never written\nversion    7.7\nfaults     0\n",
-        outcome.err);
-    EXPECT_EQ(nlohmann::json::parse(
-                  R"({"command_status": 9, "resets": 0, "messages": 0, "reads": 0, "segments": 0,
-                      "polls": 0, "burns": 0, "faults": 0, "image_size": 0, "version": "7.7",
-                      "flash": null})"),
-              nlohmann::json::parse(folder.Read("json")));
+    const std::string line = " /dev/gpio/HD_DAB2Reset";
+    const std::string script = "echo 0 >" + line + "; printf 1 >" + line + "; echo 0 | tee" + line +
+                               "; echo 1 | dd of=/dev/gpio/HD_DAB2Reset 2>/dev/null";
+    RunToEnd(Bench(Words{"--json", folder.Path("json")} + Shell(script)));
+    EXPECT_EQ(2, nlohmann::json::parse(folder.Read("json"))["resets"]);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
@@ -58,12 +59,17 @@ int Ask(int bus, const std::vector<std::uint8_t>& payload) {
     return reply[reply[0] - 1];
 }
 
-// Downloads SMALL bytes "U" and prints each status that the chip comes to, until it is complete.
-int Burn(int bus) {
+// Downloads SMALL bytes "U".
+void Download(int bus) {
     Ask(bus, {0x0B});
     std::vector<std::uint8_t> download(1 + SMALL, 'U');
     download[0] = 0x04;
     Ask(bus, download);
+}
+
+// Downloads, and prints each status that the chip comes to, until it is complete.
+int Burn(int bus) {
+    Download(bus);
     int last = 0;
     while (last != 1) {
         const int status = Ask(bus, {0x05});
@@ -78,10 +84,15 @@ int Burn(int bus) {
 
 }  // namespace
 
-int main(int argc, char**) {
+int main(int argc, char** argv) {
     const int bus = open("/dev/i2c1", O_RDWR);
-    if (argc > 1) {
+    const std::string what = argc > 1 ? argv[1] : "";
+    if (what == "burn") {
         return Burn(bus);
+    }
+    if (what == "download") {
+        Download(bus);
+        return 0;
     }
     const int reset = open("/dev/gpio/HD_DAB2Reset", O_RDWR);
     std::uint8_t reply[65];
@@ -100,7 +111,10 @@ int main(int argc, char**) {
     std::vector<std::uint8_t> large(8193);
     Transfer("too long a message", bus, {Message(CHIP, 0, large.data(), 8193)});
     Transfer("the longest message", bus, {Message(CHIP, 0, large.data(), 8192)});
-    Tell("another command", ioctl(bus, I2C_FUNCS, reply));
+    unsigned long functions = 0;
+    Tell("functions", ioctl(bus, I2C_FUNCS, &functions));
+    std::printf("%lx\n", functions);
+    Tell("another command", ioctl(bus, I2C_SLAVE, CHIP));
 
     Tell("no level", write(reset, "x", 1));
     Tell("low", write(reset, "0", 1));

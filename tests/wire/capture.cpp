@@ -27,7 +27,7 @@ using sim::Action;
 using sim::Event;
 using sim::Fault;
 
-class TransferLister : public sim::TransferObserver {
+class TransferLister : public sim::Observer {
   public:
     explicit TransferLister(const std::string& path) : file_(path) {}
 
@@ -88,8 +88,8 @@ void Record(const Recording& recording, const std::string& folder) {
     sim::PcapWriter pcap(path + ".pcap");
     sim::VcdWriter vcd(path + ".vcd", sim::BUS_HZ, recording.window);
     TransferLister lister(path + ".txt");
-    for (sim::TransferObserver* observer :
-         std::initializer_list<sim::TransferObserver*>{&pcap, &vcd, &lister}) {
+    for (sim::Observer* observer :
+         std::initializer_list<sim::Observer*>{&pcap, &vcd, &lister}) {
         unit.Unit().AddObserver(observer);
     }
     const std::vector<std::uint8_t> image = sim::MakeSampleImage("2.0.0", recording.image_size);

@@ -87,6 +87,23 @@ TEST_F(AtomicFileTest, FollowsASymbolicLinkAndKeepsIt) {
     EXPECT_EQ("new", folder_.Read("image.bin"));
 }
 
+TEST_F(AtomicFileTest, MakesTheFileThatALinkLeadsTo) {
+    std::filesystem::create_symlink("second", folder_.Path("first"));
+    std::filesystem::create_symlink(folder_.Path("new.bin"), folder_.Path("second"));
+    AtomicFile file(folder_.Path("first"));
+    file.Write("new");
+    file.Commit();
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_.Path("first")));
+    EXPECT_FALSE(std::filesystem::is_symlink(folder_.Path("new.bin")));
+    EXPECT_EQ("new", folder_.Read("new.bin"));
+}
+
+TEST_F(AtomicFileTest, IsAnErrorWhereLinksGoInACircle) {
+    std::filesystem::create_symlink("link", folder_.Path("link"));
+    AtomicFile file(folder_.Path("link"));
+    EXPECT_THROW(file.Commit(), common::Failure);
+}
+
 TEST_F(AtomicFileTest, RefusesAFolderThatIsNotThere) {
     EXPECT_THROW(AtomicFile(folder_.Path("missing/image.bin")), common::Failure);
 }

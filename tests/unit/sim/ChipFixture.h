@@ -29,6 +29,12 @@ inline ChipConfig Holding(Bytes flash) {
     return config;
 }
 
+inline BurnTimes BurnsAtOnce() {
+    BurnTimes times;
+    times.erase = times.program = times.verify = Duration::zero();
+    return times;
+}
+
 class SimChip : public ::testing::Test {
   protected:
     HeadUnit unit_{Running("1.0.0")};

@@ -31,7 +31,7 @@ TEST_F(SimChip, IsUpdatedByAWholeDownload) {
     caller_.Reset();
     EXPECT_EQ("2.0.0", caller_.Version());
     EXPECT_EQ(image, Flash());
-    EXPECT_EQ(image.size(), unit_.Chip().ImageSize());
+    EXPECT_EQ(image.size(), unit_.Chip().Memory().ImageSize());
     EXPECT_EQ(STATUS_IDLE, caller_.PollStatus());
 }
 

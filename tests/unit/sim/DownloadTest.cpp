@@ -122,22 +122,29 @@ TEST_F(SimChip, FindsAnImageWithAForgottenSegmentBadAndErasesNothing) {
     caller.Ask(Unprotect());
     for (std::size_t i = 0; i < segments.size(); ++i) {
         const Treatment treatment = i == 1 ? Treatment::Forget : Treatment::Take;
-        unit.Chip().Write(segments[i].data(), segments[i].size(), treatment);
+        unit.Chip().Write(WrittenMessage(segments[i].data(), segments[i].size()), treatment);
     }
     unit.Advance(seconds(60));
-    EXPECT_EQ(STATUS_VERIFICATION_FAILED, unit.Chip().Status());
+    EXPECT_EQ(STATUS_VERIFICATION_FAILED, unit.Chip().Memory().Status());
     EXPECT_EQ(MakeSampleImage("1", SMALL), unit.Chip().Flash());
 }
 
 TEST_F(SimChip, FindsAnEmptyImageBad) {
     caller_.Ask(Unprotect());
     caller_.Ask(Message(OPCODE_FLASH, {FUNCTION_PROGRAM}));
-    EXPECT_EQ(STATUS_VERIFICATION_FAILED, unit_.Chip().Status());
+    EXPECT_EQ(STATUS_VERIFICATION_FAILED, unit_.Chip().Memory().Status());
+}
+
+TEST_F(SimChip, RefusesAFirstSegmentThatIsNotFull) {
+    caller_.Ask(Unprotect());
+    const Message part(OPCODE_FLASH, {FUNCTION_PROGRAM, 1, 2, 3});
+    EXPECT_EQ(0u, caller_.Ask(Message(part).Segment(0, 2)).Status());
+    EXPECT_EQ(RECEIVED, caller_.Ask(Message(part).Segment(0, 1)).Status()) << "it is the last, too";
 }
 
 TEST_F(SimChip, BurnsInNoTimeIfToldTo) {
     ChipConfig config = Running("1");
-    config.burn = {Duration(0), Duration(0), Duration(0)};
+    config.burn = BurnsAtOnce();
     HeadUnit unit(config);
     Caller caller(unit);
     caller.SendImage(Bytes(SMALL, 1));
@@ -187,13 +194,13 @@ TEST_F(SimChipBurning, RunsTheNewFirmwareWhenResetWhileItIsReadBack) {
 }
 
 TEST_F(SimChipBurning, CountsTheChangesOfItsFlash) {
-    EXPECT_EQ(0u, unit_.Chip().FlashChanges());
+    EXPECT_EQ(0u, unit_.Chip().Memory().FlashChanges());
     FlashAfterResetAt(seconds(2));
-    EXPECT_EQ(1u, unit_.Chip().FlashChanges());
+    EXPECT_EQ(1u, unit_.Chip().Memory().FlashChanges());
     FlashAfterResetAt(seconds(8));
-    EXPECT_EQ(2u, unit_.Chip().FlashChanges());
+    EXPECT_EQ(2u, unit_.Chip().Memory().FlashChanges());
     FlashAfterResetAt(seconds(13));
-    EXPECT_EQ(3u, unit_.Chip().FlashChanges());
+    EXPECT_EQ(3u, unit_.Chip().Memory().FlashChanges());
 }
 
 TEST_F(SimChipBurning, TakesTheImageOnceMoreAfterAnInterruption) {
@@ -227,6 +234,13 @@ TEST_F(SimChipBurning, StartsAgainWhenItRestartsByItself) {
     EXPECT_EQ(ENXIO, caller_.Send(VersionQuery().Build()));
     unit_.Advance(milliseconds(1200));
     EXPECT_EQ(RECEIVED, caller_.AskRaw(VersionQuery().Count(0).Build()).Status());
+}
+
+TEST(SimChipEmpty, RunsItsLoader) {
+    HeadUnit unit(Holding({}));
+    Caller caller(unit);
+    EXPECT_EQ(LOADER_VERSION, caller.Version());
+    EXPECT_NE(nullptr, unit.GetReport().flash);
 }
 
 TEST(SimChipUnknown, IsBlankAfterAnInterruptedFirstErase) {

@@ -69,6 +69,16 @@ TEST(SimFaultText, HasTheArgumentsOfItsAction) {
     EXPECT_EQ(AFTER_THE_TRANSFER, Parsed("write restart after").offset);
 }
 
+TEST(SimFaultText, KnowsBothNamesOfAnErrno) {
+    EXPECT_EQ(static_cast<unsigned>(EAGAIN), Parsed("write fail EWOULDBLOCK").value);
+    EXPECT_EQ(static_cast<unsigned>(EOPNOTSUPP), Parsed("write fail ENOTSUP").value);
+}
+
+TEST(SimFaultText, MayEndInAComment) {
+    EXPECT_EQ(2u, Parsed("read 2 nak # the second").nth);
+    EXPECT_EQ(Action::Nak, Parsed("read nak#").action);
+}
+
 TEST(SimFaultText, ToleratesBlanks) {
     EXPECT_EQ(Action::Nak, Parsed("  write\t3   nak \r").action);
 }

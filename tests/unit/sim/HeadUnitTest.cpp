@@ -90,17 +90,42 @@ TEST(SimHeadUnit, ReportsWhatItSaw) {
 
 // Observers
 
-struct Recorder : TransferObserver {
+struct Recorder : Observer {
     std::vector<Transfer> transfers;
     std::vector<Bytes> bytes;
     std::vector<std::pair<bool, Duration>> levels;
+    std::vector<Bytes> flashes;
 
     void OnTransfer(const Transfer& transfer) override {
         transfers.push_back(transfer);
         bytes.emplace_back(transfer.bytes, transfer.bytes + transfer.moved);
     }
     void OnReset(bool high, Duration at) override { levels.emplace_back(high, at); }
+    void OnFlash(const FlashBytes& flash) override { flashes.push_back(flash); }
 };
+
+TEST(SimHeadUnit, ShowsTheFlashWhenItChangesByItself) {
+    Bench bench({});
+    Recorder recorder;
+    bench.unit.AddObserver(&recorder);
+    bench.caller.SendImage(Bytes(SMALL, 1));
+    bench.unit.Advance(std::chrono::seconds(11));
+    EXPECT_EQ(0u, recorder.flashes.size());
+    bench.unit.Advance(std::chrono::seconds(2));
+    EXPECT_EQ((std::vector<Bytes>{Bytes(SMALL, 1)}), recorder.flashes);
+}
+
+TEST(SimHeadUnit, ShowsTheFlashWhenItIsSwitchedOffInTheBurn) {
+    Bench bench({});
+    Recorder recorder;
+    bench.unit.AddObserver(&recorder);
+    bench.caller.SendImage(Bytes(SMALL, 1));
+    bench.unit.SwitchOff();
+    ASSERT_EQ(1u, recorder.flashes.size());
+    EXPECT_EQ(0xFF, recorder.flashes[0].front());
+    bench.unit.Advance(std::chrono::seconds(60));
+    EXPECT_EQ(1u, recorder.flashes.size());
+}
 
 TEST(SimHeadUnit, ShowsEachTransferAndLevelToItsObservers) {
     Bench bench({At(Event::Read, 1, Action::Nak)});

@@ -4,11 +4,15 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <system_error>
+#include <filesystem>
+#include <fstream>
+#include <future>
 
+#include "common/Failure.h"
 #include "sim/host/FlashFile.h"
 #include "sim/host/RealTimeUnit.h"
 #include "sim/host/ReportText.h"
+#include "sim/host/ResetPipe.h"
 #include "sim/host/Shell.h"
 #include "tests/tools/TemporaryFolder.h"
 #include "tests/unit/sim/Requests.h"
@@ -16,31 +20,82 @@
 namespace sim {
 namespace {
 
-TEST(SimFlashFile, IsEmptyUntilThereIsOne) {
+using std::chrono::milliseconds;
+
+TEST(SimFlashFile, IsNothingUntilThereIsOne) {
     TemporaryFolder folder;
-    EXPECT_TRUE(FlashFile(folder.Path("flash")).Load().empty());
-    EXPECT_TRUE(FlashFile("").Load().empty());
+    const FlashFile file(folder.Path("flash"));
+    EXPECT_FALSE(file.Load());
+    folder.Write("flash", "");
+    ASSERT_TRUE(file.Load());
+    EXPECT_TRUE(file.Load()->empty());
 }
 
 TEST(SimFlashFile, KeepsTheBytesAndNothingElse) {
     TemporaryFolder folder;
     const FlashFile file(folder.Path("flash"));
-    EXPECT_TRUE(file.Save({0x00, 0x0A, 0xFF}));
+    file.Save({0x00, 0x0A, 0xFF});
     EXPECT_EQ((Bytes{0x00, 0x0A, 0xFF}), file.Load());
-    EXPECT_TRUE(file.Save({0x01}));
+    file.Save({0x01});
     EXPECT_EQ((Bytes{0x01}), file.Load());
     EXPECT_EQ(1, folder.Count());
 }
 
-TEST(SimFlashFile, KeepsNothingWithoutAName) {
-    EXPECT_TRUE(FlashFile("").Save({1}));
+TEST(SimFlashFile, TouchesNoOtherFileAndFollowsLinks) {
+    TemporaryFolder folder;
+    folder.Write("flash.new", "somebody's");
+    std::filesystem::create_symlink("real", folder.Path("flash"));
+    FlashFile(folder.Path("flash")).Save({'x'});
+    EXPECT_EQ("somebody's", folder.Read("flash.new"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.Path("flash")));
+    EXPECT_EQ("x", folder.Read("real"));
 }
 
-TEST(SimFlashFile, TellsWhenItCannotBeReadOrWritten) {
+std::string ReasonAgainst(const std::string& path) {
+    try {
+        const FlashFile file(path);
+    } catch (const common::Failure& failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+TEST(SimFlashFile, IsOneSimulatorsAtATime) {
     TemporaryFolder folder;
-    EXPECT_THROW(FlashFile(folder.Path("")).Load(), std::system_error);
-    EXPECT_FALSE(FlashFile("/nowhere/flash").Save({1}));
-    EXPECT_EQ(ENOENT, errno);
+    std::filesystem::create_symlink("flash", folder.Path("link"));
+    {
+        const FlashFile file(folder.Path("flash"));
+        EXPECT_EQ("the flash's file " + folder.Path("flash") + " is in use by another bbpsim",
+                  ReasonAgainst(folder.Path("link")));
+        EXPECT_EQ("", ReasonAgainst(folder.Path("other")));
+    }
+    EXPECT_EQ("", ReasonAgainst(folder.Path("flash")));
+}
+
+TEST(SimFlashFile, TellsBeforeTheStartThatItCannotBeWritten) {
+    TemporaryFolder folder;
+    EXPECT_EQ("the flash's file /nowhere/flash: its folder: No such file or directory",
+              ReasonAgainst("/nowhere/flash"));
+    EXPECT_EQ("the flash's file " + folder.Path("") + ": Is a directory",
+              ReasonAgainst(folder.Path("")));
+    EXPECT_EQ("the flash's file /dev/null is no regular file", ReasonAgainst("/dev/null"));
+}
+
+TEST(SimFlashSaver, TellsWhetherTheFileHasWhatTheFlashHas) {
+    TemporaryFolder folder;
+    std::filesystem::create_directory(folder.Path("there"));
+    const FlashFile file(folder.Path("there/flash"));
+    FlashSaver saver(file);
+    saver.OnFlash({'a'});
+    EXPECT_TRUE(saver.IsSaved());
+    EXPECT_EQ("a", folder.Read("there/flash"));
+    std::filesystem::remove_all(folder.Path("there"));
+    testing::internal::CaptureStderr();
+    saver.OnFlash({'b'});
+    EXPECT_EQ("bbpsim: creating a temporary file beside " + folder.Path("there/flash") +
+                  ": No such file or directory\n",
+              testing::internal::GetCapturedStderr());
+    EXPECT_FALSE(saver.IsSaved());
 }
 
 Report Seen(const std::vector<std::uint8_t>& flash) {
@@ -135,15 +190,50 @@ TEST_F(SimRealTime, LetsTheChipsTimeBeTheRealOne) {
     EXPECT_LE(config.response, unit.Now());
 }
 
-TEST_F(SimRealTime, ShowsTheHeadUnitAfterEachEvent) {
+struct FlashWaiter : Observer {
+    std::promise<FlashBytes> flash;
+
+    void OnFlash(const FlashBytes& now) override { flash.set_value(now); }
+};
+
+TEST(SimRealTimeBurn, EndsThoughNobodyUsesTheBus) {
+    ChipConfig config;
+    config.burn.erase = config.burn.program = milliseconds(20);
+    config.start_up = config.response = Duration::zero();
+    HeadUnit unit(config);
+    FlashWaiter waiter;
+    unit.AddObserver(&waiter);
+    RealTimeUnit real_time(unit, false);
+    std::vector<Bytes> messages = Download(Bytes(100, 'U'), 1);
+    messages.insert(messages.begin(), Unprotect().Build());
+    for (const Bytes& message : messages) {
+        real_time.WriteBus(CHIP_ADDRESS, message.data(), message.size());
+    }
+    EXPECT_EQ(Bytes(100, 'U'), waiter.flash.get_future().get());
+}
+
+TEST_F(SimRealTime, TakesLevelsOfTheLine) {
     RealTimeUnit real_time(unit_, false);
-    unsigned looks = 0;
-    real_time.AfterEach([&](HeadUnit&) { looks += 1; });
-    real_time.WriteBus(CHIP_ADDRESS, query_.data(), query_.size());
-    real_time.ReadBus(CHIP_ADDRESS, reply_.data(), reply_.size());
     EXPECT_EQ(0, real_time.WriteReset("0", 1));
     EXPECT_EQ(EINVAL, real_time.WriteReset("?", 1));
-    EXPECT_EQ(4u, looks);
+    EXPECT_FALSE(unit_.ResetLine());
+}
+
+TEST(SimResetPipe, TakesEachLevelThatIsWritten) {
+    TemporaryFolder folder;
+    const std::string path = folder.Write("line", "a file");
+    std::string levels;
+    testing::internal::CaptureStderr();
+    {
+        const ResetPipe pipe(
+            path, [&](const char* text, std::size_t size) { levels.append(text, size); });
+        std::ofstream(path) << "0\n";
+        std::ofstream(path) << "1";
+        std::ofstream(path) << " high\n";
+    }
+    EXPECT_EQ("01", levels);
+    EXPECT_EQ("bbpsim: the reset line takes 0 or 1, not ",
+              testing::internal::GetCapturedStderr().substr(0, 41));
 }
 
 TEST(SimShell, IsTheOneOfTheEnvironment) {
@@ -162,15 +252,20 @@ TEST(SimShell, IsTheOneOfTheEnvironment) {
     setenv("ZDOTDIR", "/home/somebody/z", 1);
     const Shell zsh = MakeShell(folder.Path(""));
     EXPECT_EQ((std::vector<std::string>{"/bin/zsh", "-i"}), zsh.command);
-    ASSERT_EQ(1u, zsh.environment.size());
-    EXPECT_EQ("ZDOTDIR", zsh.environment[0].name);
+    ASSERT_EQ(1u, zsh.variables.size());
+    EXPECT_EQ("ZDOTDIR", zsh.variables[0].name);
     EXPECT_EQ(0u, folder.Read(".zshrc").find("if [ -r '/home/somebody/z/.zshrc' ]"));
+
+    setenv("SHELL", "bash", 1);
+    setenv("HOME", "/home/o'neill", 1);
+    MakeShell(folder.Path(""));
+    EXPECT_EQ(0u, folder.Read("bashrc").find("if [ -r '/home/o'\\''neill/.bashrc' ]"));
 
     unsetenv("SHELL");
     const Shell other = MakeShell(folder.Path(""));
     EXPECT_EQ((std::vector<std::string>{"/bin/sh", "-i"}), other.command);
-    ASSERT_EQ(1u, other.environment.size());
-    EXPECT_EQ("(head unit) $ ", other.environment[0].value);
+    ASSERT_EQ(1u, other.variables.size());
+    EXPECT_EQ("(head unit) $ ", other.variables[0].value);
 }
 
 }  // namespace

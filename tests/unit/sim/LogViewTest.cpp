@@ -74,7 +74,7 @@ TEST_F(SimLog, TellsWhatTheChipThinksOfAMessage) {
     caller_->AskRaw(bad);
     EXPECT_EQ("read  reply to version query #7, not taken, checksum mismatch", Line());
     caller_->AskRaw(VersionQuery().Count(9).Build());
-    EXPECT_EQ("read  reply to version query #9, \"1.0.0\", out of step", Line());
+    EXPECT_EQ("read  reply to version query #9, \"1.0.0\", count mismatch", Line());
     caller_->AskRaw({1, 2, 3});
     EXPECT_EQ("write 3 bytes, 01 02 03", Line(2));
     EXPECT_EQ("read  reply to nothing #3, not taken, header missing", Line());

@@ -92,16 +92,12 @@ TEST(SimOptions, NameTheViews) {
 }
 
 TEST(SimOptions, TellWhatIsWrongWithThem) {
-    EXPECT_EQ("--burn: takes three times in seconds, such as 4,8,3, and not 1,2",
-              Mistake({"--burn", "1,2"}));
-    EXPECT_EQ("--burn: takes three times in seconds, such as 4,8,3, and not 1,2,-3",
-              Mistake({"--burn", "1,2,-3"}));
-    EXPECT_EQ("--burn: takes three times in seconds, such as 4,8,3, and not 1;2;3",
-              Mistake({"--burn", "1;2;3"}));
-    EXPECT_EQ("--burn: takes three times in seconds, such as 4,8,3, and not 1,2,3601",
-              Mistake({"--burn", "1,2,3601"}));
-    EXPECT_EQ("--burn: has something behind its three times: 1,2,3,4",
-              Mistake({"--burn", "1,2,3,4"}));
+    for (const char* const wrong :
+         {"1,2", "1,2,-3", "1;2;3", "1,2,3601", "1,2,nan", "a,b,c", "1,2,3,4", "1,2,3,"}) {
+        EXPECT_EQ(
+            std::string("--burn: takes three times in seconds, such as 4,8,3, and not ") + wrong,
+            Mistake({"--burn", wrong}));
+    }
     EXPECT_EQ("--pace: fast not in {wire,none}", Mistake({"--pace", "fast"}));
     EXPECT_NE("", Mistake({"--bus-hz", "0"}));
     EXPECT_NE("", Mistake({"--vcd-first", "0"}));
