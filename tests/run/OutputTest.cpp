@@ -51,6 +51,15 @@ TEST_F(OutputTest, OneSegmentIsEightyPerCent) {
     EXPECT_EQ("80", Output().front());
 }
 
+TEST_F(OutputTest, InstalledVersionIsShownWithoutTheBlanksBeforeIt) {
+    chip.installed = "  1.0.0";
+    Run("-i");
+    EXPECT_EQ("exit 0", Ending());
+    EXPECT_EQ(Strings({"bbpflash MSG: HD tuner firmware updater",
+                       "bbpflash MSG: Installed firmware version is \"1.0.0\"", ""}),
+              Output());
+}
+
 TEST_F(OutputTest, PersonIsToldTheStages) {
     Run("image.bin");
     EXPECT_EQ(

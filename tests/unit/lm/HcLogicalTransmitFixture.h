@@ -16,6 +16,17 @@ extern bool g_no_memory;
 
 using Stream = std::unique_ptr<FILE, int (*)(FILE*)>;
 
+// A chunk that tells when it is destroyed.
+class WatchedChunk : public HcI2cBuffer {
+  public:
+    WatchedChunk(I2cBus* the_bus, bool* destroyed)
+        : HcI2cBuffer(the_bus, 0x2E, 't'), destroyed_(destroyed) {}
+    ~WatchedChunk() override { *destroyed_ = true; }
+
+  private:
+    bool* destroyed_;
+};
+
 class HcLogicalTransmit : public HcLogicalTest {
   protected:
     ~HcLogicalTransmit() override {
