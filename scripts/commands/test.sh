@@ -20,7 +20,9 @@ test_presets() {
 
 if [[ "${1-}" == --full ]]; then
     takes_nothing "${@:2}"
-    need build test coverage armhf engines faultcalls package packaging site
+    need build test coverage armhf engines faultcalls package packaging release site
+    # Not where npm is another package's.
+    command -v npm >/dev/null || need npm
     leave_out=short
     presets=(release asan clang coverage armhf fuzz)
     for preset in "${presets[@]}"; do

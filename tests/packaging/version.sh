@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# version.sh FOLDER BUILD: the version is CMake's, wherever it is told again: in the papers and
+# version.sh FOLDER [BUILD]: the version is CMake's, wherever it is told again: in the papers and
 # packages of the sources in FOLDER, and by the programs in BUILD.
 set -euo pipefail
 
-root=$1 build=$2
+root=$1 build=${2-}
 version=$(sed -nE 's/^project\(bbpflash VERSION ([0-9.]+).*/\1/p' "$root/CMakeLists.txt")
 [[ "$version" =~ ^[0-9]+\.[0-9]+\.[0-9]+$ ]] || { echo "no version in CMakeLists.txt" && exit 1; }
 failures=0
@@ -22,5 +22,9 @@ for page in "$root"/docs/man/*.1; do
     same "$page" "$(sed -nE 's/^\.TH [A-Z]+ 1 "" "bbpflash (.*)" "User Commands"$/\1/p' "$page")"
 done
 same debian/changelog "$(sed -nE '1s/^bbpflash \((.*)\) .*/\1/p' "$root/debian/changelog")"
-same "bbpsim --version" "$("$build/bin/bbpsim" --version)"
+if [[ -n "$build" ]]; then
+    for program in bbpsim bbpwatch; do
+        same "$program --version" "$("$build/bin/$program" --version | sed "s/^$program //")"
+    done
+fi
 ((failures == 0))
