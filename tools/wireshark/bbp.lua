@@ -177,7 +177,8 @@ local function dissect_request(tvb, pinfo, tree)
         return
     end
     local header = read_header(tvb, 0)
-    if not pinfo.visited then
+    -- A reader of two passes may look at nothing in the first.
+    if requests[pinfo.number] == nil then
         -- Only the first segment carries the function byte.
         if header.curr_seg == 0 and size > OVERHEAD then
             transfer_function = tvb(HEADER_SIZE, 1):uint()
@@ -228,7 +229,8 @@ local function add_reply_payload(tvb, offset, size, request, tree)
     end
     if request.opcode == 0x80 and request.func == 0x01 and length > 1 then
         local version = tree:add(f.version, tvb(payload + 1, length - 1))
-        return tvb(payload + 1, length - 1):stringz(), version
+        -- A spoilt reply may lack the NUL at its end.
+        return tvb(payload + 1, length - 1):string():match("^[^\0]*"), version
     end
     local position = request.opcode == 0x84 and PGM_STATUS_POSITION[request.func]
     if position and position < length then
@@ -243,9 +245,11 @@ local function add_reply_payload(tvb, offset, size, request, tree)
 end
 
 local function dissect_reply(tvb, pinfo, tree)
-    if not pinfo.visited and last_request then
-        request_of[pinfo.number] = last_request
-        response_of[last_request] = response_of[last_request] or pinfo.number
+    if request_of[pinfo.number] == nil then
+        request_of[pinfo.number] = last_request or 0  -- no frame has the number 0
+        if last_request then
+            response_of[last_request] = response_of[last_request] or pinfo.number
+        end
     end
     local request_frame = request_of[pinfo.number]
     local request = requests[request_frame]
