@@ -54,7 +54,8 @@ void WriteAll(int descriptor, const std::string& text) {
     }
 }
 
-// Shares the selection out among processes. A process that does not come to its end is a failure.
+// Shares the selection out among processes; which runs it has does not depend on their number. A
+// process that does not come to its end is a failure.
 fault::Tally RunInProcesses(const fault::Selection& selection, unsigned jobs) {
     std::vector<int> pipes;
     for (unsigned job = 0; job < jobs; ++job) {
@@ -65,7 +66,7 @@ fault::Tally RunInProcesses(const fault::Selection& selection, unsigned jobs) {
         std::cout.flush();
         if (fork() == 0) {
             fault::Selection mine = selection;
-            mine.shard = selection.shard * jobs + job;
+            mine.shard = selection.shard + job * selection.shards;
             mine.shards = selection.shards * jobs;
             WriteAll(ends[1], fault::RunAll(mine).Pack());
             _exit(0);
@@ -97,12 +98,17 @@ int main(int argc, char** argv) try {
     unsigned long at_least = 0;
     app.add_flag("--all", selection.long_run, "many more runs: about an hour");
     app.add_option("--shard", selection.shard, "which part, from 0")
-        ->needs(app.add_option("--shards", selection.shards, "of how many parts"));
+        ->needs(app.add_option("--shards", selection.shards, "of how many parts")
+                    ->check(CLI::PositiveNumber));
     app.add_option("--every", selection.every, "only each such run")->check(CLI::PositiveNumber);
     app.add_option("--jobs", jobs, "processes at once")->check(CLI::PositiveNumber);
     app.add_option("--at-least", at_least, "fewer distinct runs are a failure");
     app.add_option("--replay", replay, "only the run with this id, verbosely");
     CLI11_PARSE(app, argc, argv);
+    if (selection.shard >= selection.shards) {
+        throw std::invalid_argument("the last of these shards is " +
+                                    std::to_string(selection.shards - 1));
+    }
     if (!replay.empty()) {
         return Replay(replay);
     }
