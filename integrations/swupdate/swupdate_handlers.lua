@@ -9,13 +9,15 @@ local function bbpflash(image)
         return 1
     end
     local quoted = "'" .. file:gsub("'", "'\\''") .. "'"
-    local watch = io.popen("exec bbpwatch --json -- bbpflash -s " .. quoted .. " 2>&1")
+    local shown = 0
+    local watch = io.popen("exec bbpwatch --json " .. quoted .. " 2>&1")
     for line in watch:lines() do
         local event = line:match('^{.*"event":"(%l+)"')
         local done = line:match('"done":([%d.]+)')
         local text = line:match('"text":"(.-)"[,}]')
-        if done then
-            swupdate.progress_update(math.floor(100 * tonumber(done)))
+        if done and 100 * tonumber(done) >= shown + 1 then
+            shown = math.floor(100 * tonumber(done))
+            swupdate.progress_update(shown)
         end
         if event == "problem" or event == "stall" or event == "end" or not event then
             swupdate.info("bbpflash: " .. (text or line))

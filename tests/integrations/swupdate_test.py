@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 '''integrations/swupdate with the real swupdate, on simulated head units.'''
 
@@ -128,6 +128,10 @@ class SwupdateTest(unittest.TestCase):
     def test_fails_when_the_chip_never_reports_the_label(self):
         report = self.fails('the update failed', reports='HD 9.9.9')
         self.assertEqual(3, report['burns'])
+
+    def test_fails_when_the_chip_refuses_the_image(self):
+        report = self.fails('(?s)the chip refuses the image.*status is 77', faults=['burn 1+ reject'])
+        self.assertEqual((516, 1), (report['segments'], report['burns']))
 
     def test_sends_no_short_image_to_the_chip(self):
         self.bench.pack(self.bench.image.read_bytes()[:5000], signed=True)

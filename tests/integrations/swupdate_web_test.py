@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 '''SWUpdate's web page in a browser, while the updater works on a simulated head unit.
 
@@ -83,7 +83,7 @@ class WebTest(unittest.TestCase):
         wait_until(lambda: 50 < self.percent() < 100, 'the page shows the burn')
         self.find('.card').screenshot(os.environ.get('BBP_SCREENSHOT', str(self.folder / 'p.png')))
         wait_until(self.is_successful, 'the page shows the success')
-        self.assertIn('bbpflash: updated and verified', self.messages())
+        self.assertIn('bbpflash: HD 2.10.4 -> HD 2.11.0, verified', self.messages())
         self.assertTrue(unit.holds(self.image))
 
     def test_shows_a_failure(self):
