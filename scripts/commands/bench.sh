@@ -2,7 +2,15 @@
 # shellcheck shell=bash
 #? bench [ARGUMENT...]
 #?     measure what the updater costs beyond the bus; takes six minutes
+#? bench units wire|none N...
+#?     measure how many simulated head units this machine carries at the same time
 
+if [[ "${1-}" == units ]]; then
+    need build
+    build_preset release bbpflash bbpsim
+    python3 tests/bench/units.py --build build/release --json build/bench-units.json "${@:2}"
+    return
+fi
 need build test armhf
 targets=(bbpflash bench_bus bench_floor bench_checksum)
 build_preset release "${targets[@]}" bbpsim

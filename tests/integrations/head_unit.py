@@ -100,3 +100,29 @@ class HeadUnit:
 
     def is_burning(self):
         return self.log.exists() and ' programming (' in self.log.read_text()
+
+
+class EngineTests:
+    '''What holds for every engine.
+
+    A test case of one gives the folder, the image, and install(unit), which returns as run does.
+    '''
+
+    def unit(self, **options):
+        return HeadUnit(self.folder / 'unit', **options)
+
+    def test_updates(self):
+        unit = self.unit()
+        status, output, report = self.install(unit)
+        self.assertEqual((0, 1, NEW), (status, report['burns'], report['version']), output)
+        self.assertTrue(unit.holds(self.image))
+        self.installed(output)
+
+    def installed(self, output):
+        '''For what else an engine says after an update.'''
+
+    def test_finds_nothing_to_do_the_second_time(self):
+        unit = self.unit()
+        self.install(unit)
+        status, output, report = self.install(unit)
+        self.assertEqual((0, 0, 0), (status, report['segments'], report['burns']), output)

@@ -12,7 +12,7 @@ import subprocess
 import sys
 import unittest
 
-from head_unit import (NEW, ROOT, HeadUnit, make_image, make_signer, temporary_folder, tool)
+from head_unit import ROOT, EngineTests, make_image, make_signer, temporary_folder, tool
 
 INTEGRATION = ROOT / 'integrations/rauc'
 SKIPPED = 77
@@ -39,7 +39,7 @@ def missing():
     return found.stderr.strip()
 
 
-class RaucTest(unittest.TestCase):
+class RaucTest(EngineTests, unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(temporary_folder())
         self.key, self.certificate = make_signer(self.folder, 'maker')
@@ -59,24 +59,9 @@ class RaucTest(unittest.TestCase):
         tool(INTEGRATION / 'make-bundle', self.image, 'headunit', key, certificate, bundle)
         return bundle
 
-    def unit(self, **options):
-        return HeadUnit(self.folder / 'unit', **options)
-
     def install(self, unit, bundle=None):
         return unit.run('dbus-run-session', '--', 'sh', '-c', INSTALL, 'sh', self.configuration,
                         bundle or self.bundle)
-
-    def test_updates(self):
-        unit = self.unit()
-        status, output, report = self.install(unit)
-        self.assertEqual((0, 1, NEW), (status, report['burns'], report['version']), output)
-        self.assertTrue(unit.holds(self.image))
-
-    def test_finds_nothing_to_do_the_second_time(self):
-        unit = self.unit()
-        self.install(unit)
-        status, output, report = self.install(unit)
-        self.assertEqual((0, 0, 0), (status, report['segments'], report['burns']), output)
 
     def test_fails_and_says_so(self):
         status, output, report = self.install(self.unit(faults=['segment 5 refuse']))
