@@ -26,7 +26,7 @@ class CampaignTest(unittest.TestCase):
         faulty = {unit.name for unit in fleet.units if unit.fault}
         self.assertEqual(6, len({unit.fault for unit in fleet.units if unit.fault}))
         self.assertEqual(faulty, {name for name, claim in claims.items() if not claim['good']})
-        self.assertTrue(all(claims[name]['reason'] for name in faulty))
+        self.assertTrue(all(claims[name]['what'] for name in faulty))
         self.assertEqual([1, 5, 6], sorted(
             collections.Counter(claim['wave'] for claim in claims.values()).values()))
 
