@@ -20,7 +20,7 @@
 #include "common/Pipe.h"
 #include "common/Text.h"
 
-extern char** environ;
+extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX asks for it
 
 namespace common {
 
@@ -75,6 +75,7 @@ std::vector<std::string> Candidates(const std::string& name, const std::string& 
 // For exec: does not own the texts.
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts) {
         pointers.push_back(const_cast<char*>(text.c_str()));
     }
@@ -155,14 +156,12 @@ bool MarkOtherDescriptors() {
 // In the child.
 bool DieWithParent(int signal, pid_t parent) {
 #ifdef __linux__
-    if (signal != 0 && (prctl(PR_SET_PDEATHSIG, signal) != 0 || getppid() != parent)) {
-        return false;
-    }
+    return signal == 0 || (prctl(PR_SET_PDEATHSIG, signal) == 0 && getppid() == parent);
 #else
     (void)signal;
     (void)parent;
-#endif
     return true;
+#endif
 }
 
 // In the child. The caller's handlers are not for its signals.

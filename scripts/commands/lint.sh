@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #? lint
-#?     only the checks of the sources
+#?     the checks of the text, and clang-tidy on what differs from the shared branch
 
 takes_nothing "$@"
-need build test
-build_preset release
-run_ctest release -L '^lint$'
+need build lint tidy
+build_preset release bbpflash
+say "clang-tidy on what differs"
+tests/lint/lint.sh tidy-changed || die "clang-tidy has found something: see above"
+run_ctest release -L '^lint$' -LE '^full$'

@@ -2,9 +2,17 @@
 # SPDX-License-Identifier: Apache-2.0
 # lint.sh CHECK [FOLDER]: one check of the sources in FOLDER, by default this checkout. Prints what
 # it finds wrong; the status says whether that was nothing.
+# lint.sh --list text|compiling: the checks of the text, or those that compile.
 set -euo pipefail
 
+text_checks=(conditionals format licence links paths relied_on scripts)
+compiling_checks=(headers naming-tests sources tidy-common tidy-sim tidy-src tidy-tools)
+
 check=$1
+if [[ "$check" == --list ]]; then
+    [[ "$2" == text ]] && echo "${text_checks[@]}" || echo "${compiling_checks[@]}"
+    exit
+fi
 root=$(readlink -f "${2-$(dirname "${BASH_SOURCE[0]}")/../..}")
 cd "$root"
 findings=0
@@ -39,6 +47,16 @@ check_format() {
     local sources
     mapfile -t sources < <(files . '*.h' '*.cpp' '*.c')
     clang-format --dry-run --Werror "${sources[@]}" || complain "clang-format -i would change these"
+}
+
+# A file is read in one sitting. A class stays whole, whatever its length.
+check_length() {
+    local file lines
+    while read -r file; do
+        lines=$(wc -l <"$file")
+        ((lines <= 300)) || complain "$file: $lines lines, more than 300"
+    done < <(files . dev CMakeLists.txt '*.cmake' '*.cpp' '*.h' '*.lua' '*.py' '*.sh' |
+        grep -vE '^\./src/(chip/HdChip|lm/HcLogical)\.cpp$')
 }
 
 # Every file names its licence, but for those with no place for a comment.
@@ -121,21 +139,41 @@ check_paths() {
     fi
 }
 
-# What clang-tidy finds in one folder's sources, compiled as the release preset does.
-check_tidy() {
-    local sources
-    mapfile -t sources < <(files "$1" '*.cpp')
-    clang-tidy --quiet -p build/release "${sources[@]}" || complain "clang-tidy: $1"
+# tidy OPTION... REGEX...: what clang-tidy finds in the sources whose path matches, compiled as the
+# release preset does, but for headers that gcc has compiled.
+tidy() {
+    local commands
+    commands=$(mktemp -d)
+    sed -E 's# -Winvalid-pch -include [^ ]*/cmake_pch\.hxx##' build/release/compile_commands.json \
+        >"$commands/compile_commands.json"
+    if ! run-clang-tidy -quiet -p "$commands" -j "$(nproc)" "$@" >"$commands/log" 2>&1; then
+        sed 's/\x1b\[[0-9;]*m//g' "$commands/log" | grep -vE '^clang-tidy|warnings? ' || true
+        complain "clang-tidy: $*"
+    fi
+    # It says which sources it has looked at: none is no check.
+    grep -q '^clang-tidy' "$commands/log" || complain "clang-tidy: no source matches $*"
+    rm -r "$commands"
 }
 
-# As check_tidy, for the names alone: the rest would take minutes where GoogleTest is included.
+# As tidy, for the names alone: the rest would take minutes where GoogleTest is included.
 check_naming() {
-    local sources commands=build/release/compile_commands.json
-    mapfile -t sources < <(grep -oE "\"file\": \"$root/$1/[^\"]*\\.cpp" "$commands" |
-        cut -d '"' -f 4 | sort -u)
-    ((${#sources[@]} > 0)) || complain "naming: no sources in $1"
-    printf '%s\0' "${sources[@]}" | xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet -p build/release \
-        --checks='-*,readability-identifier-naming' || complain "naming: $1"
+    tidy "-checks=-*,readability-identifier-naming,readability-function-size" "^$root/$1/"
+}
+
+# tidy for what differs from the shared branch, and for what includes it.
+check_tidy_changed() {
+    local base file patterns=()
+    base=$(git merge-base HEAD '@{upstream}' 2>/dev/null || git rev-parse HEAD)
+    while read -r file; do
+        [[ "$file" == *.cpp ]] && patterns+=("^$root/$file\$")
+        if [[ "$file" == *.h ]]; then
+            while read -r file; do
+                patterns+=("^$root/$file\$")
+            done < <(grep -rlF --include='*.cpp' "#include \"${file#src/}\"" common sim src tools)
+        fi
+    done < <((git diff --name-only "$base" && git ls-files --others --exclude-standard) |
+        grep -E '^(common|sim|src|tools)/')
+    ((${#patterns[@]} == 0)) || tidy "${patterns[@]}"
 }
 
 check_scripts() {
@@ -145,7 +183,8 @@ check_scripts() {
 }
 
 case "$check" in
-    tidy-*) check_tidy "${check#tidy-}" ;;
+    tidy-changed) check_tidy_changed ;;
+    tidy-*) tidy "^$root/${check#tidy-}/" ;;
     naming-*) check_naming "${check#naming-}" ;;
     *) "check_${check}" ;;
 esac

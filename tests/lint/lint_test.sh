@@ -46,6 +46,7 @@ catches() {
     fi
 }
 
+catches length 'seq 300 >>src/lm/a.cpp'
 catches format 'echo "int  b ;" >>src/lm/a.cpp'
 catches licence 'sed -i 1d src/lm/a.cpp'
 catches licence 'echo text >NOTES'
