@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,15 +31,19 @@ mode_t NewFileMode() {
 std::string FollowLinks(const std::string& path) {
     constexpr int MOST_LINKS = 40;  // as the kernel follows
     std::filesystem::path target = path;
-    std::error_code error;
-    for (int i = 0; i < MOST_LINKS && std::filesystem::is_symlink(target, error); ++i) {
-        const std::filesystem::path next = std::filesystem::read_symlink(target, error);
-        if (error) {
-            break;
+    for (int i = 0; i < MOST_LINKS; ++i) {
+        char next[PATH_MAX];
+        const ssize_t size = readlink(target.c_str(), next, sizeof next);
+        if (size >= 0) {
+            target = target.parent_path() / std::string(next, static_cast<std::size_t>(size));
+        } else if (errno == EINVAL || errno == ENOENT) {
+            // It is no link, or not there yet.
+            return target.string();
+        } else {
+            throw ErrnoFailure("looking at " + target.string(), errno);
         }
-        target = target.parent_path() / next;
     }
-    return target.string();
+    throw ErrnoFailure("looking at " + path, ELOOP);
 }
 
 AtomicFile::AtomicFile(const std::string& path) : target_(FollowLinks(path)) {
@@ -86,20 +91,13 @@ void AtomicFile::KeepModeAndOwner() {
     }
 }
 
-void AtomicFile::SyncFolder() const {
+void AtomicFile::Commit() {
+    KeepModeAndOwner();
+    // Before the file is replaced: nothing may fail afterwards.
     const UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
         throw ErrnoFailure("opening " + folder_, errno);
     }
-    // A file system that cannot synchronise a folder says so; the new file is complete all the
-    // same.
-    if (fsync(folder.Get()) != 0 && errno != EINVAL) {
-        throw ErrnoFailure("writing " + folder_ + " to the disk", errno);
-    }
-}
-
-void AtomicFile::Commit() {
-    KeepModeAndOwner();
     if (fsync(file_.Get()) != 0) {
         throw ErrnoFailure("writing " + temporary_ + " to the disk", errno);
     }
@@ -110,7 +108,12 @@ void AtomicFile::Commit() {
         throw ErrnoFailure("replacing " + target_, errno);
     }
     committed_ = true;
-    SyncFolder();
+    // The new file is there and complete; only a loss of power soon could bring the old one back.
+    // A file system that cannot synchronise a folder says EINVAL.
+    if (fsync(folder.Get()) != 0 && errno != EINVAL) {
+        std::fprintf(stderr, "%s is replaced, but perhaps not on the disk yet: %s\n",
+                     target_.c_str(), std::generic_category().message(errno).c_str());
+    }
 }
 
 }  // namespace common

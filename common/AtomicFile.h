@@ -9,7 +9,7 @@
 
 namespace common {
 
-// The file that the path leads to by symbolic links; it need not exist.
+// The file that the path leads to by symbolic links; it need not exist. Throws Failure.
 std::string FollowLinks(const std::string& path);
 
 // A file that is replaced as a whole or not at all: its new content goes to a temporary file in the
@@ -37,7 +37,6 @@ class AtomicFile {
 
   private:
     void KeepModeAndOwner();
-    void SyncFolder() const;
 
     std::string target_;
     std::string folder_;

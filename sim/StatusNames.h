@@ -14,7 +14,7 @@ namespace sim {
 
 struct ReceptionBit {
     std::uint8_t mask;
-    const char* name;     // as programs have it
+    const char* name;     // the decoders' filter for it ends so
     const char* meaning;  // for people
 };
 
@@ -24,7 +24,7 @@ struct ProgramStatusName {
 };
 
 constexpr std::array<ReceptionBit, 6> RECEPTION_BITS = {
-    {{RECEIVED, "received", "received"},
+    {{RECEIVED, "ok", "received correctly"},
      {COUNT_MISMATCH, "count_mismatch", "count mismatch"},
      {HEADER_MISSING, "header_missing", "header missing"},
      {CHECKSUM_MISMATCH, "checksum_mismatch", "checksum mismatch"},

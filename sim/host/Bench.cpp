@@ -13,7 +13,6 @@
 #include "common/UniqueFd.h"
 #include "sim/HeadUnit.h"
 #include "sim/host/Child.h"
-#include "sim/host/Cleaner.h"
 #include "sim/host/DeviceNodes.h"
 #include "sim/host/FlashFile.h"
 #include "sim/host/OutputFile.h"
@@ -21,6 +20,7 @@
 #include "sim/host/ReportText.h"
 #include "sim/host/Shell.h"
 #include "sim/host/Views.h"
+#include "sim/host/WorkFolder.h"
 
 namespace sim {
 
@@ -88,8 +88,17 @@ class Bench {
     }
 
     int Run() {
-        const int status = RunCommand();
-        unit_.SwitchOff();
+        RealTimeUnit real_time(unit_, options_.paced);
+        DeviceNodes nodes(folder_.Path(), real_time);
+        common::UniqueFd lock;
+        if (LockIsTaken(options_.faults)) {
+            lock = TakeLock(nodes.BusFile());
+        }
+        const int status = common::RunProgram("bbpsim", STATUS_OWN_FAILURE, [&] {
+            return RunInside(nodes, child_, options_.command);
+        });
+        nodes.Shut();
+        real_time.With([](HeadUnit& unit) { unit.SwitchOff(); });
         return WriteResults(status);
     }
 
@@ -107,22 +116,6 @@ class Bench {
             config.flash = flash_file_->Load();
         }
         return config;
-    }
-
-    int RunCommand() {
-        RealTimeUnit real_time(unit_, options_.paced);
-        const DeviceNodes nodes(real_time);
-        cleaner_.Watch(nodes.Folder());
-        common::UniqueFd lock;
-        if (LockIsTaken(options_.faults)) {
-            lock = TakeLock(nodes.BusFile());
-        }
-        const int status = common::RunProgram("bbpsim", STATUS_OWN_FAILURE, [&] {
-            return RunInside(nodes, child_, options_.command);
-        });
-        // What the chip has done meanwhile.
-        real_time.With([](HeadUnit&) {});
-        return status;
     }
 
     int WriteResults(int command_status) {
@@ -144,7 +137,7 @@ class Bench {
 
     const Options& options_;
     Child child_;
-    Cleaner cleaner_;
+    WorkFolder folder_;
     std::optional<FlashFile> flash_file_;
     std::optional<FlashSaver> saver_;
     Views views_{options_};

@@ -3,16 +3,19 @@
 
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
-#include <sys/un.h>
 #include <umockdev.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "common/Failure.h"
+#include "sim/host/Child.h"
 #include "sim/host/ResetPipe.h"
 
 namespace sim {
@@ -37,6 +40,7 @@ const char NODES[] =
     "E: DEVNAME=/dev/gpio/HD_DAB2Reset\n"
     "E: SUBSYSTEM=gpio\n";
 const char BUS_NODE[] = "/dev/i2c1";
+const char FOLDER_OF_TEMPORARY_FILES[] = "TMPDIR";
 const char RESET_NODE[] = "/dev/gpio/HD_DAB2Reset";
 
 // What i2c-dev takes at most.
@@ -184,38 +188,55 @@ void Connect(UMockdevIoctlBase* source, const char* signal, GCallback callback,
                           GConnectFlags(0));
 }
 
-// What the library says goes nowhere: errors are told by whoever meets them.
-GLogWriterOutput SayNothing(GLogLevelFlags, const GLogField*, gsize, gpointer) {
+// The library's warnings go nowhere: errors are told by whoever meets them. After an error it would
+// end the process by a signal.
+void HearLibrary(const gchar*, GLogLevelFlags level, const gchar* message, gpointer) {
+    if ((level & (G_LOG_LEVEL_ERROR | G_LOG_FLAG_FATAL)) != 0) {
+        std::fprintf(stderr, "bbpsim: the simulated devices: %s\n", message);
+        _exit(STATUS_OWN_FAILURE);
+    }
+}
+
+GLogWriterOutput HearWriter(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer) {
+    for (gsize i = 0; i < count; ++i) {
+        if (std::string(fields[i].key) == "MESSAGE") {
+            HearLibrary(nullptr, level, static_cast<const gchar*>(fields[i].value), nullptr);
+        }
+    }
     return G_LOG_WRITER_HANDLED;
 }
 
-// The library ends the process where it cannot make its folder.
-UMockdevTestbed* MakeTestbed() {
-    g_log_set_writer_func(SayNothing, nullptr, nullptr);
-    const std::string folder = g_get_tmp_dir();
-    const std::string need = "the devices need a folder for temporary files, and ";
-    if (access(folder.c_str(), W_OK | X_OK) != 0) {
-        throw common::ErrnoFailure(need + folder + " is none", errno);
+// The library makes its folder in `folder`, which it knows by a variable only.
+UMockdevTestbed* MakeTestbed(const std::string& folder) {
+    g_log_set_default_handler(HearLibrary, nullptr);
+    g_log_set_writer_func(HearWriter, nullptr, nullptr);
+    const char* const value = std::getenv(FOLDER_OF_TEMPORARY_FILES);
+    const std::optional<std::string> before =
+        value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+    setenv(FOLDER_OF_TEMPORARY_FILES, folder.c_str(), 1);
+    UMockdevTestbed* const testbed = umockdev_testbed_new();
+    if (before) {
+        setenv(FOLDER_OF_TEMPORARY_FILES, before->c_str(), 1);
+    } else {
+        unsetenv(FOLDER_OF_TEMPORARY_FILES);
     }
-    // Each node is a socket in the folder, and a socket's path is short.
-    const std::string longest = folder + "/umockdev.XXXXXX/ioctl" + RESET_NODE;
-    if (longest.size() >= sizeof sockaddr_un().sun_path) {
-        throw common::Failure(need + "the path " + folder + " is too long");
-    }
-    return umockdev_testbed_new();
+    return testbed;
 }
 
 }  // namespace
 
 struct DeviceNodes::Testbed {
-    std::unique_ptr<UMockdevTestbed, Unref> testbed{MakeTestbed()};
+    explicit Testbed(const std::string& folder) : testbed(MakeTestbed(folder)) {}
+
+    std::unique_ptr<UMockdevTestbed, Unref> testbed;
     std::unique_ptr<UMockdevIoctlBase, Unref> bus{umockdev_ioctl_base_new()};
     std::unique_ptr<UMockdevIoctlBase, Unref> reset{umockdev_ioctl_base_new()};
     SharedGate gate;
     std::unique_ptr<ResetPipe> pipe;
 };
 
-DeviceNodes::DeviceNodes(DeviceHandler& handler) : testbed_(std::make_unique<Testbed>()) {
+DeviceNodes::DeviceNodes(const std::string& folder, DeviceHandler& handler)
+    : testbed_(std::make_unique<Testbed>(folder)) {
     UMockdevTestbed* const testbed = testbed_->testbed.get();
     gchar* const root = umockdev_testbed_get_root_dir(testbed);
     folder_ = root;
@@ -240,9 +261,13 @@ DeviceNodes::DeviceNodes(DeviceHandler& handler) : testbed_(std::make_unique<Tes
         });
 }
 
-DeviceNodes::~DeviceNodes() {
+void DeviceNodes::Shut() {
     testbed_->pipe.reset();
     testbed_->gate->Shut();
+}
+
+DeviceNodes::~DeviceNodes() {
+    Shut();
     UMockdevTestbed* const testbed = testbed_->testbed.get();
     umockdev_testbed_detach_ioctl(testbed, BUS_NODE, nullptr);
     umockdev_testbed_detach_ioctl(testbed, RESET_NODE, nullptr);

@@ -23,14 +23,18 @@ class DeviceHandler {
 
 class DeviceNodes {
   public:
-    // The handler is not owned and must outlive the nodes; no call comes after they have gone.
-    // Throws common::Failure.
-    explicit DeviceNodes(DeviceHandler& handler);
+    // Keeps what they need on disk in `folder`. The handler is not owned and must outlive the
+    // nodes. Throws common::Failure.
+    DeviceNodes(const std::string& folder, DeviceHandler& handler);
     ~DeviceNodes();
+
+    // No call reaches the handler any more.
+    void Shut();
+
     DeviceNodes(const DeviceNodes&) = delete;
     DeviceNodes& operator=(const DeviceNodes&) = delete;
 
-    // The folder with everything that the nodes keep on disk. It goes with them.
+    // The folder of the nodes themselves.
     const std::string& Folder() const { return folder_; }
 
     // The file that stands for the bus: who locks it, locks the bus.

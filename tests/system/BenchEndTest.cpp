@@ -84,6 +84,17 @@ TEST(SystemBenchSignals, KillACommandThatDoesNotHeedTheFirst) {
     EXPECT_EQ(137, bench.Wait().status);
 }
 
+TEST(SystemBenchSignals, TakeSeveralHangUpsForOne) {
+    Process bench(Bench(Shell("trap 'echo hup' HUP; echo ready; while :; do sleep 0.05; done")));
+    AwaitOutput(bench, "ready\n");
+    kill(bench.Id(), SIGHUP);
+    AwaitOutput(bench, "ready\nhup\n");
+    kill(bench.Id(), SIGHUP);
+    AwaitOutput(bench, "ready\nhup\nhup\n");
+    kill(bench.Id(), SIGTERM);
+    EXPECT_EQ(143, bench.Wait().status);
+}
+
 TEST(SystemBenchSignals, EndTheCommandWhenTheBenchIsKilled) {
     TemporaryFolder folder;
     const std::string file = folder.Write("said", "");

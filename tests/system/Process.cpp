@@ -2,7 +2,6 @@
 #include "tests/system/Process.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "common/UniqueFd.h"
 #include "tests/support/StreamChecker.h"
 
 namespace system_test {
@@ -17,44 +17,37 @@ namespace system_test {
 namespace {
 
 constexpr unsigned LONGEST_RUN = 240;  // seconds
-constexpr uid_t NOBODY = 65534;
 
-void Redirect(const std::string& path, int flags, int descriptor) {
-    dup2(open(path.c_str(), flags | O_CLOEXEC, 0600), descriptor);
+common::UniqueFd Open(const std::string& path, int flags) {
+    return common::UniqueFd(open(path.c_str(), flags | O_CLOEXEC, 0600));
 }
 
 }  // namespace
+
+const common::Variable SANITIZER_OPTIONS = {"ASAN_OPTIONS",
+                                            "verify_asan_link_order=0:detect_leaks=0"};
 
 std::string ProgramFolder() {
     return BBP_PROGRAM_FOLDER;
 }
 
 Process::Process(const Words& words, bool as_nobody) : words_(words) {
-    std::vector<char*> arguments;
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
+    const common::UniqueFd nothing = Open("/dev/null", O_RDONLY);
+    const common::UniqueFd out = Open(folder_.Path("out"), O_WRONLY | O_CREAT);
+    const common::UniqueFd err = Open(folder_.Path("err"), O_WRONLY | O_CREAT);
+    common::Start start;
+    if (as_nobody) {
+        start.words = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
     }
-    arguments.push_back(nullptr);
-    const std::string out = folder_.Path("out");
-    const std::string err = folder_.Path("err");
-    pid_ = fork();
-    if (pid_ != 0) {
-        return;
-    }
-    Redirect("/dev/null", O_RDONLY, STDIN_FILENO);
-    Redirect(out, O_WRONLY | O_CREAT, STDOUT_FILENO);
-    Redirect(err, O_WRONLY | O_CREAT, STDERR_FILENO);
-    // A sanitizer's runtime would not have the device nodes' library before itself, and counts what
-    // the updater leaves to the process's end.
-    setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
-    if (as_nobody && (setgroups(0, nullptr) != 0 || setgid(NOBODY) != 0 || setuid(NOBODY) != 0)) {
-        _exit(EXIT_FAILURE);
-    }
+    start.words.insert(start.words.end(), words.begin(), words.end());
+    start.variables = {SANITIZER_OPTIONS};
+    start.standard_input = nothing.Get();
+    start.standard_output = out.Get();
+    start.standard_error = err.Get();
     // What is printed of the program's descriptors must not depend on who runs the test.
-    close_range(STDERR_FILENO + 1, ~0U, 0);
-    alarm(LONGEST_RUN);
-    execvp(arguments[0], arguments.data());
-    _exit(EXIT_FAILURE);
+    start.only_standard_descriptors = true;
+    start.seconds_to_live = LONGEST_RUN;
+    pid_ = common::Spawn(start);
 }
 
 Process::~Process() {
@@ -65,11 +58,11 @@ Process::~Process() {
 }
 
 Outcome Process::Wait() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    Outcome outcome;
+    outcome.status = common::WaitForEnd(pid_);
     pid_ = -1;
-    const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    const Outcome outcome = {code, folder_.Read("out"), folder_.Read("err")};
+    outcome.out = folder_.Read("out");
+    outcome.err = folder_.Read("err");
     CheckOutput(outcome);
     return outcome;
 }

@@ -8,11 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "common/Spawn.h"
 #include "tests/tools/TemporaryFolder.h"
 
 namespace system_test {
 
 using Words = std::vector<std::string>;
+
+// A sanitizer's runtime would not have the device nodes' library before itself, and counts what the
+// updater leaves to the process's end.
+extern const common::Variable SANITIZER_OPTIONS;
 
 // The folder of the built programs.
 std::string ProgramFolder();

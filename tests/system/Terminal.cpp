@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/system/Terminal.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstdlib>
+
+#include "common/Failure.h"
+#include "common/UniqueFd.h"
 
 namespace system_test {
 
@@ -16,25 +20,22 @@ namespace {
 constexpr int PATIENCE = 60000;    // milliseconds
 constexpr int BETWEEN_KEYS = 100;  // milliseconds
 
-int StatusOf(int status) {
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 }  // namespace
 
 Terminal::Terminal(const Words& words) {
-    std::vector<char*> arguments;
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
+    int terminal = -1;
+    if (openpty(&line_, &terminal, nullptr, nullptr, nullptr) != 0) {
+        throw common::ErrnoFailure("opening a terminal", errno);
     }
-    arguments.push_back(nullptr);
-    pid_ = forkpty(&line_, nullptr, nullptr, nullptr);
-    if (pid_ == 0) {
-        setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
-        setenv("TERM", "dumb", 1);
-        execvp(arguments[0], arguments.data());
-        _exit(EXIT_FAILURE);
-    }
+    fcntl(line_, F_SETFD, FD_CLOEXEC);
+    const common::UniqueFd owner(terminal);
+    fcntl(terminal, F_SETFD, FD_CLOEXEC);
+    common::Start start;
+    start.words = words;
+    start.variables = {SANITIZER_OPTIONS, {"TERM", "dumb"}};
+    start.standard_input = start.standard_output = start.standard_error = terminal;
+    start.new_session = start.controlling_terminal = true;
+    pid_ = common::Spawn(start);
 }
 
 Terminal::~Terminal() {
@@ -78,10 +79,9 @@ int Terminal::Wait() {
     // A terminal that nobody reads stops the program.
     while (line_ >= 0 && Shows("\n")) {
     }
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    const int status = common::WaitForEnd(pid_);
     pid_ = -1;
-    return StatusOf(status);
+    return status;
 }
 
 int Terminal::WaitPressing(const std::string& key) {
@@ -96,7 +96,7 @@ int Terminal::WaitPressing(const std::string& key) {
         }
     }
     pid_ = -1;
-    return StatusOf(status);
+    return common::ExitStatus(status);
 }
 
 }  // namespace system_test

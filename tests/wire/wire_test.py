@@ -130,7 +130,7 @@ class Sigrok(unittest.TestCase):
         warnings = sigrok('faults', '-A', 'bbp=warning').decode().splitlines()
         self.assertEqual([line.split(': ', 1)[1] for line in warnings], [
             'checksum does not match',
-            'not received: header missing, checksum does not match',
+            'not received: header missing, checksum mismatch',
             'a message was missed (not fatal)',
             'no data: the count byte promises no more than a header',
             'the count byte promises more than the read brings',

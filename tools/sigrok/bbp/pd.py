@@ -27,7 +27,7 @@ PGM_WRITE_STATUS = {
 PGM_STATUS_POSITION = {(0x84, 0x05): 1, (0x84, 0x0C): 0}
 
 # Reception status bits that say what went wrong.
-STATUS_BITS = ((0x04, 'header missing'), (0x08, 'checksum does not match'), (0x10, 'overflow'),
+STATUS_BITS = ((0x04, 'header missing'), (0x08, 'checksum mismatch'), (0x10, 'overflow'),
                (0xE0, 'unknown opcode'))
 
 # The fields that a reply repeats: name, offset, width in bytes.
