@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 #include "common/Failure.h"
 #include "sim/host/Child.h"
@@ -181,11 +182,10 @@ void ForgetGate(gpointer gate, GClosure*) {
     delete static_cast<SharedGate*>(gate);
 }
 
-// `callback` gets the gate with each `signal` until the source goes.
+// `callback` gets the gate with each `signal` until the source goes, and the gate with it.
 void Connect(UMockdevIoctlBase* source, const char* signal, GCallback callback,
-             const SharedGate& gate) {
-    g_signal_connect_data(source, signal, callback, new SharedGate(gate), ForgetGate,
-                          GConnectFlags(0));
+             std::unique_ptr<SharedGate> gate) {
+    g_signal_connect_data(source, signal, callback, gate.release(), ForgetGate, GConnectFlags(0));
 }
 
 // The library's warnings go nowhere: errors are told by whoever meets them. After an error it would
@@ -226,25 +226,30 @@ UMockdevTestbed* MakeTestbed(const std::string& folder) {
 }  // namespace
 
 struct DeviceNodes::Testbed {
-    explicit Testbed(const std::string& folder) : testbed(MakeTestbed(folder)) {}
+    Testbed(const std::string& folder, DeviceHandler& handler)
+        : gate(std::make_shared<Gate>(handler)), testbed(MakeTestbed(folder)) {}
 
+    // Made before the library's thread, which uses them.
+    SharedGate gate;
+    std::unique_ptr<SharedGate> bus_gate{std::make_unique<SharedGate>(gate)};
+    std::unique_ptr<SharedGate> reset_gate{std::make_unique<SharedGate>(gate)};
     std::unique_ptr<UMockdevTestbed, Unref> testbed;
     std::unique_ptr<UMockdevIoctlBase, Unref> bus{umockdev_ioctl_base_new()};
     std::unique_ptr<UMockdevIoctlBase, Unref> reset{umockdev_ioctl_base_new()};
-    SharedGate gate;
     std::unique_ptr<ResetPipe> pipe;
 };
 
 DeviceNodes::DeviceNodes(const std::string& folder, DeviceHandler& handler)
-    : testbed_(std::make_unique<Testbed>(folder)) {
+    : testbed_(std::make_unique<Testbed>(folder, handler)) {
     UMockdevTestbed* const testbed = testbed_->testbed.get();
     gchar* const root = umockdev_testbed_get_root_dir(testbed);
     folder_ = root;
     g_free(root);
 
-    testbed_->gate = std::make_shared<Gate>(handler);
-    Connect(testbed_->bus.get(), "handle-ioctl", G_CALLBACK(OnBusIoctl), testbed_->gate);
-    Connect(testbed_->reset.get(), "handle-write", G_CALLBACK(OnResetWrite), testbed_->gate);
+    Connect(testbed_->bus.get(), "handle-ioctl", G_CALLBACK(OnBusIoctl),
+            std::move(testbed_->bus_gate));
+    Connect(testbed_->reset.get(), "handle-write", G_CALLBACK(OnResetWrite),
+            std::move(testbed_->reset_gate));
     GError* error = nullptr;
     if (!umockdev_testbed_add_from_string(testbed, NODES, &error) ||
         !umockdev_testbed_attach_ioctl(testbed, BUS_NODE, testbed_->bus.get(), &error) ||

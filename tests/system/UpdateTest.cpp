@@ -2,107 +2,16 @@
 // The built updater, as it is, in the simulated head unit: what it prints, how it ends, and what
 // the chip holds afterwards.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <regex>
 #include <sstream>
 
-#include "sim/SampleImage.h"
 #include "tests/system/Process.h"
+#include "tests/system/UpdateRuns.h"
 
 namespace system_test {
 namespace {
-
-// The runs mostly wait, so they all go at once; each test then looks at one.
-class Runs : public ::testing::Environment {
-  public:
-    void SetUp() override;
-    void TearDown() override { processes_.clear(); }
-
-    const Outcome& Of(const std::string& name) {
-        if (outcomes_.count(name) == 0) {
-            outcomes_[name] = processes_.at(name)->Wait();
-        }
-        return outcomes_[name];
-    }
-    std::string Image() const { return folder_.Path("image.bin"); }
-    std::string Short() const { return folder_.Path("short.bin"); }
-    std::string Missing() const { return folder_.Path("missing.bin"); }
-    bool FlashIsImage(const std::string& name) const {
-        return folder_.Read(name + ".flash") == folder_.Read("image.bin");
-    }
-    bool HasFlash(const std::string& name) const {
-        return std::filesystem::exists(folder_.Path(name + ".flash"));
-    }
-    bool OutsideIsSafe() const { return !std::filesystem::exists("/dev/i2c1"); }
-
-  private:
-    // Starts the updater with these arguments in a head unit with these options.
-    void Start(const std::string& name, const Words& options, const Words& arguments) {
-        const Words unit = {ProgramFolder() + "/bbpsim",
-                            "--pace",
-                            "none",
-                            "--burn",
-                            "2,2,2",
-                            "--report",
-                            "--flash",
-                            folder_.Path(name + ".flash")};
-        processes_[name] =
-            std::make_unique<Process>(unit + options + Words{"--", "bbpflash"} + arguments);
-    }
-    void StartAsNobody();
-
-    TemporaryFolder folder_;
-    std::map<std::string, std::unique_ptr<Process>> processes_;
-    std::map<std::string, Outcome> outcomes_;
-};
-
-void Runs::SetUp() {
-    const std::vector<std::uint8_t> image = sim::MakeSampleImage("2.0.0");
-    folder_.Write("image.bin", std::string(image.begin(), image.end()));
-    folder_.Write("short.bin", std::string(image.begin(), image.begin() + sim::LABEL_OFFSET));
-    folder_.Write("uptodate.flash", std::string(image.begin(), image.end()));
-    folder_.Write("force.flash", std::string(image.begin(), image.end()));
-
-    Start("default", {}, {Image()});
-    Start("status", {}, {"-s", Image()});
-    Start("info", {"--installed", "1.4.2"}, {"-i", Missing()});
-    Start("verbose", {}, {"-vvvvvv", Image()});
-    Start("force", {}, {"-f", Image()});
-    Start("uptodate", {}, {Image()});
-    Start("uptodate-status", {"--installed", "2.0.0"}, {"-s", Image()});
-    Start("never", {"--reports", "other", "--burn", "0,0,0"}, {Image()});
-    Start("missing", {}, {Missing()});
-    Start("missing-force", {}, {"-f", Missing()});
-    Start("short", {}, {"-s", Short()});
-    Start("no-argument", {}, {});
-    StartAsNobody();
-    if (OutsideIsSafe()) {
-        processes_["outside"] =
-            std::make_unique<Process>(Words{ProgramFolder() + "/bbpflash", Image()});
-    }
-}
-
-// Somebody without privileges may not even read where the programs were built.
-void Runs::StartAsNobody() {
-    namespace fs = std::filesystem;
-    const fs::path home = folder_.Path("nobody");
-    fs::permissions(folder_.Path(""), fs::perms::others_exec | fs::perms::others_read,
-                    fs::perm_options::add);
-    fs::create_directory(home);
-    fs::permissions(home, fs::perms::all);
-    for (const char* const program : {"bbpsim", "bbpflash"}) {
-        fs::copy(ProgramFolder() + "/" + program, home);
-    }
-    fs::copy(Image(), home / "image.bin");
-    const Words words = {home / "bbpsim", "--pace",       "none", "--burn",   "0,0,0",
-                         "--flash",       home / "flash", "--",   "bbpflash", home / "image.bin"};
-    processes_["nobody"] = std::make_unique<Process>(words, getuid() == 0);
-}
 
 Runs* const runs = static_cast<Runs*>(::testing::AddGlobalTestEnvironment(new Runs));
 
