@@ -19,7 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Which page stands where; those that are not named here follow in a section of their own.
 SECTIONS = {
     'Use': ['README.md', 'docs/bbpsim.md', 'docs/output.md', 'docs/recovery.md',
-            'docs/fleet.md', 'docs/lab.md'],
+            'docs/embedded.md', 'docs/fleet.md', 'docs/lab.md'],
     'Understand': ['docs/architecture.md', 'docs/protocol.md', 'docs/performance.md',
                    'docs/glossary.md'],
     'Change': ['CONTRIBUTING.md', 'docs/testing.md', 'docs/porting.md'],
