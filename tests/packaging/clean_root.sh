@@ -37,13 +37,13 @@ type apt-get -qq install -y --no-install-recommends ./*.deb >/tmp/log 2>&1 || { 
 grep -E '^#|^Setting up .*bbpflash' /tmp/log
 cd /tmp
 type runuser -u nobody -- bbpimage make --version 2.0.0 /tmp/image.bin
-type runuser -u nobody -- bbpsim --flash /tmp/flash.bin -- bbpwatch --lock /tmp/lock -- bbpflash -s /tmp/image.bin
+type runuser -u nobody -- bbpsim --flash /tmp/flash.bin -- bbpwatch /tmp/image.bin
 type cmp image.bin flash.bin
 type runuser -u nobody -- sh /opt/bbpflash/update
 echo "# apt-get purge 'bbpflash*' libbbpflash-stream-dev && apt-get autoremove --purge"
 apt-get -qq purge -y 'bbpflash*' libbbpflash-stream-dev >/tmp/log
 apt-get -qq autoremove --purge -y >>/tmp/log
-rm -f image.bin flash.bin lock
+rm -f image.bin flash.bin
 state >/tmp/after
 echo "# what is different from before the installation"
 diff /tmp/before /tmp/after
