@@ -17,7 +17,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 TREE = ROOT / "build" / "mutants" / "tree"
 BUILD = TREE / "build" / "release"
 MUTANTS = pathlib.Path(__file__).with_name("mutants.txt")
-COPIED = ["CMakeLists.txt", "CMakePresets.json", "cmake", "src", "sim", "tests", "tools"]
+COPIED = ["CMakeLists.txt", "CMakePresets.json", "cmake", "common", "docs", "packaging", "sim", "src",
+          "tests", "tools"]
 # A broken program may loop for ever.
 ENGINE_SECONDS = 600
 SUITE_SECONDS = 60

@@ -7,10 +7,6 @@
 
 namespace {
 
-using fake::Bytes;
-using fake::Capture;
-using fake::Output;
-using fake::Reply;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
@@ -55,11 +51,11 @@ const Command COMMANDS[] = {
 
 class HdChipCommand : public HdChipTest, public testing::WithParamInterface<Command> {
   protected:
-    HdChipCommand() { platform.default_reply = Reply({1, 1, 1}); }
+    HdChipCommand() { platform.default_reply = fake::Reply({1, 1, 1}); }
 
     int Call() {
         int result = -99;
-        output = Capture([&] { result = GetParam().call(chip); });
+        output = fake::Capture([&] { result = GetParam().call(chip); });
         return result;
     }
 
@@ -88,7 +84,7 @@ class HdChipCommand : public HdChipTest, public testing::WithParamInterface<Comm
         return trace;
     }
 
-    Output output;
+    fake::Output output;
 };
 
 INSTANTIATE_TEST_SUITE_P(, HdChipCommand, testing::ValuesIn(COMMANDS),
@@ -103,7 +99,8 @@ TEST_P(HdChipCommand, TakesItsStepsInThisOrder) {
 TEST_P(HdChipCommand, SendsItsOpcodeAndFunctionInOneSegment) {
     Call();
 
-    Bytes request{0xA5, 0xA5, 0, 1, 14, 0, GetParam().opcode, 0, 1, 0, 0, 0, GetParam().function};
+    fake::Bytes request{
+        0xA5, 0xA5, 0, 1, 14, 0, GetParam().opcode, 0, 1, 0, 0, 0, GetParam().function};
     request.push_back(
         static_cast<std::uint8_t>(std::accumulate(request.begin(), request.end(), 0)));
     EXPECT_THAT(platform.Requests(), ElementsAre(request));

@@ -7,10 +7,7 @@
 namespace {
 
 using fake::Bytes;
-using fake::Reply;
-using fake::WithoutPositions;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 using HdChipProgramBinDownload = HdChipProgramBin;
 
@@ -73,14 +70,14 @@ TEST_F(HdChipProgramBinDownload, SplitsTheImageIntoNumberedSegments) {
     EXPECT_EQ(payload[0], 0x04);
     payload.erase(payload.begin());
     EXPECT_EQ(payload, image.content);
-    EXPECT_THAT(BusTrace(), ElementsAreArray(Concatenate({UNPROTECT_TRACE,
-                                                          SegmentTrace(2048),
-                                                          {"flush"},
-                                                          SegmentTrace(2048),
-                                                          {"flush"},
-                                                          SegmentTrace(944),
-                                                          {"flush"},
-                                                          POLL_TRACE})));
+    EXPECT_THAT(BusTrace(), testing::ElementsAreArray(Concatenate({UNPROTECT_TRACE,
+                                                                   SegmentTrace(2048),
+                                                                   {"flush"},
+                                                                   SegmentTrace(2048),
+                                                                   {"flush"},
+                                                                   SegmentTrace(944),
+                                                                   {"flush"},
+                                                                   POLL_TRACE})));
 }
 
 TEST_F(HdChipProgramBinDownload, BeginsEachSegmentWithWhatRemains) {
@@ -127,7 +124,7 @@ TEST_F(HdChipProgramBinDownload, FailsForAnEmptyImage) {
 
     EXPECT_FALSE(Program(image.path));
 
-    EXPECT_EQ(WithoutPositions(output.out), "bbpflash ERROR: filling\n");
+    EXPECT_EQ(fake::WithoutPositions(output.out), "bbpflash ERROR: filling\n");
     EXPECT_EQ(platform.Requests().size(), 1u);
 }
 
@@ -187,9 +184,9 @@ TEST_F(HdChipProgramBinDownload, EndsAtTheFirstFailedStep) {
 
 TEST_F(HdChipProgramBinDownload, EndsWhenTheChipRejectsASegment) {
     const ImageFile image(5000);
-    platform.Answer(Reply());
-    platform.Answer(Reply());
-    platform.Answer(Reply().Status(0x08));
+    platform.Answer(fake::Reply());
+    platform.Answer(fake::Reply());
+    platform.Answer(fake::Reply().Status(0x08));
 
     EXPECT_FALSE(Program(image.path));
 

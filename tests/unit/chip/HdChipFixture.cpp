@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <new>
 
@@ -170,6 +171,10 @@ int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {
     if (IsDue(&g_memory_countdown)) {
         return ENOMEM;
     }
-    return __real_posix_memalign(memory, alignment, size);
+    const int result = __real_posix_memalign(memory, alignment, size);
+    if (result == 0) {
+        memset(*memory, 0xEE, size);  // as memory that was in use before
+    }
+    return result;
 }
 }

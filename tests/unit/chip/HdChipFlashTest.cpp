@@ -7,11 +7,6 @@
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using fake::Output;
-using fake::Reply;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 struct Expectation {
     int value;
@@ -68,14 +63,14 @@ class HdChipStatusQuery : public HdChipTest, public testing::WithParamInterface<
     }
 
     int AskWith(const Bytes& payload) {
-        platform.Answer(Reply(payload));
+        platform.Answer(fake::Reply(payload));
         platform.log.clear();
         int result = -99;
-        output = Capture([&] { result = (chip.*GetParam().call)(); });
+        output = fake::Capture([&] { result = (chip.*GetParam().call)(); });
         return result;
     }
 
-    Output output;
+    fake::Output output;
 };
 
 INSTANTIATE_TEST_SUITE_P(, HdChipStatusQuery, testing::ValuesIn(QUERIES),
@@ -92,7 +87,7 @@ TEST_P(HdChipStatusQuery, ReturnsAndReportsEveryCode) {
         if (!expected.message.empty()) {
             messages.push_back(expected.message);
         }
-        EXPECT_THAT(platform.Messages(), ElementsAreArray(messages)) << "code " << code;
+        EXPECT_THAT(platform.Messages(), testing::ElementsAreArray(messages)) << "code " << code;
     }
 }
 
@@ -116,7 +111,7 @@ TEST_P(HdChipStatusQuery, TakesAReplyWithoutPayloadForStatus0WhateverCameBefore)
 
     EXPECT_EQ(AskWith({}), -1);
 
-    EXPECT_THAT(platform.Messages(), ElementsAre(RESERVED.message));
+    EXPECT_THAT(platform.Messages(), testing::ElementsAre(RESERVED.message));
 }
 
 TEST_P(HdChipStatusQuery, CannotBeToldFromAFailedExchangeInAnErrorState) {
@@ -130,16 +125,16 @@ using HdChipUnprotectNvm = HdChipTest;
 
 TEST_F(HdChipUnprotectNvm, SucceedsWhateverTheReplySays) {
     for (const Bytes& payload : {Bytes{}, Bytes{0}, Bytes{2, 2}, Bytes(51, 0xFF)}) {
-        platform.Answer(Reply(payload));
+        platform.Answer(fake::Reply(payload));
         EXPECT_TRUE(chip.UnprotectNvm());
     }
-    EXPECT_THAT(platform.Messages(), ElementsAre());
+    EXPECT_THAT(platform.Messages(), testing::ElementsAre());
 }
 
 TEST_F(HdChipUnprotectNvm, FailsForARejectedReply) {
-    platform.Answer(Reply({1}).Status(0x10));
+    platform.Answer(fake::Reply({1}).Status(0x10));
 
-    Capture([&] { EXPECT_FALSE(chip.UnprotectNvm()); });
+    fake::Capture([&] { EXPECT_FALSE(chip.UnprotectNvm()); });
 
     EXPECT_EQ(platform.Messages().back(), "ERROR: confirming");
 }

@@ -5,11 +5,7 @@
 
 namespace {
 
-using fake::Bytes;
 using fake::Reply;
-using fake::WithoutPositions;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 using HdChipProgramBinPercentage = HdChipProgramBin;
 using HdChipProgramBinPolling = HdChipProgramBin;
@@ -28,6 +24,15 @@ TEST_F(HdChipProgramBinPercentage, CountsFrom1To80EachOnce) {
     EXPECT_EQ(output.err, "");
     EXPECT_EQ(Segments().size(), 516u);
     EXPECT_EQ(Segments()[0][8] | Segments()[0][9] << 8, 516);
+}
+
+TEST_F(HdChipProgramBinPercentage, OfOneByteIs80) {
+    const ImageFile image(1);
+    g_options[OPTION_STATUS] = true;
+
+    EXPECT_TRUE(Program(image.path));
+
+    EXPECT_EQ(output.out, "80\n99\n");
 }
 
 TEST_F(HdChipProgramBinPercentage, IsTruncated) {
@@ -102,7 +107,7 @@ TEST_F(HdChipProgramBinPolling, StatusModePrintsNothingForTheOtherStatesButTheQu
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(WithoutPositions(output.out),
+    EXPECT_EQ(fake::WithoutPositions(output.out),
               "80\nbbpflash ERROR: image verification failed, CRC error\n99\n");
 }
 
@@ -113,16 +118,16 @@ TEST_F(HdChipProgramBinPolling, StatusModeFlushesAfterEachChangedState) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_THAT(BusTrace(), ElementsAreArray(Concatenate({UNPROTECT_TRACE,
-                                                          SegmentTrace(24),
-                                                          {"flush"},
-                                                          POLL_TRACE,
-                                                          {"flush"},
-                                                          POLL_TRACE,
-                                                          {"flush"},
-                                                          POLL_TRACE,
-                                                          POLL_TRACE,
-                                                          {"flush"}})));
+    EXPECT_THAT(BusTrace(), testing::ElementsAreArray(Concatenate({UNPROTECT_TRACE,
+                                                                   SegmentTrace(24),
+                                                                   {"flush"},
+                                                                   POLL_TRACE,
+                                                                   {"flush"},
+                                                                   POLL_TRACE,
+                                                                   {"flush"},
+                                                                   POLL_TRACE,
+                                                                   POLL_TRACE,
+                                                                   {"flush"}})));
 }
 
 TEST_F(HdChipProgramBinPolling, PlainModeTellsEachChangedState) {
@@ -150,9 +155,10 @@ TEST_F(HdChipProgramBinPolling, PlainModeTellsAStateAgainWhenAnotherCameBetween)
 
     const std::string programming =
         "MSG: BBP is programming new flash contents (do not interrupt!)";
-    EXPECT_THAT(platform.Messages(),
-                ElementsAre("MSG: Sending \"" + image.path + "\" to BBP", programming, programming,
-                            "MSG: BBP programming completed, resetting for version verification"));
+    EXPECT_THAT(
+        platform.Messages(),
+        testing::ElementsAre("MSG: Sending \"" + image.path + "\" to BBP", programming, programming,
+                             "MSG: BBP programming completed, resetting for version verification"));
 }
 
 TEST_F(HdChipProgramBinPolling, GoesOnThroughErrorStatesIdlenessAndReservedCodes) {
@@ -162,17 +168,18 @@ TEST_F(HdChipProgramBinPolling, GoesOnThroughErrorStatesIdlenessAndReservedCodes
     EXPECT_TRUE(Program(image.path));
 
     EXPECT_EQ(platform.delays, std::vector<unsigned>(10, 350));
-    EXPECT_THAT(platform.Messages(),
-                ElementsAre("MSG: Sending \"" + image.path + "\" to BBP",
-                            "ERROR: image verification failed, CRC error",
-                            "ERROR: flash image and NVM security status mismatch",
-                            "ERROR: using single tuner image on dual tuner flash",
-                            "ERROR: using dual tuner image on single tuner flash",
-                            "ERROR: unknown or reserved Pgm_Write_Status",
-                            "ERROR: unknown or reserved Pgm_Write_Status",
-                            "ERROR: unknown or reserved Pgm_Write_Status",
-                            "INF: idle, not in programming mode",
-                            "MSG: BBP programming completed, resetting for version verification"));
+    EXPECT_THAT(
+        platform.Messages(),
+        testing::ElementsAre("MSG: Sending \"" + image.path + "\" to BBP",
+                             "ERROR: image verification failed, CRC error",
+                             "ERROR: flash image and NVM security status mismatch",
+                             "ERROR: using single tuner image on dual tuner flash",
+                             "ERROR: using dual tuner image on single tuner flash",
+                             "ERROR: unknown or reserved Pgm_Write_Status",
+                             "ERROR: unknown or reserved Pgm_Write_Status",
+                             "ERROR: unknown or reserved Pgm_Write_Status",
+                             "INF: idle, not in programming mode",
+                             "MSG: BBP programming completed, resetting for version verification"));
 }
 
 TEST_F(HdChipProgramBinPolling, GoesOnWhenQueriesFail) {
@@ -200,7 +207,7 @@ TEST_F(HdChipProgramBinPolling, GoesOnWhenAQuerysSegmentsCannotBeSet) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(WithoutPositions(output.out),
+    EXPECT_EQ(fake::WithoutPositions(output.out),
               "80\nbbpflash ERROR: setting total number of segments\n"
               "bbpflash INF: erasing old flash contents\n85\n"
               "bbpflash ERROR: setting total number of segments\n"
@@ -210,7 +217,7 @@ TEST_F(HdChipProgramBinPolling, GoesOnWhenAQuerysSegmentsCannotBeSet) {
 
 TEST_F(HdChipProgramBinPolling, HasNoBound) {
     const ImageFile image(10);
-    AnswerStatuses(Bytes(2000, 4));
+    AnswerStatuses(fake::Bytes(2000, 4));
     platform.Answer(Reply({0, 1}));
 
     EXPECT_TRUE(Program(image.path));

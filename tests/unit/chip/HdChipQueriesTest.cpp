@@ -10,11 +10,8 @@
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using fake::Output;
 using fake::Reply;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 using HdChipGetVersion = HdChipTest;
 
@@ -29,11 +26,11 @@ class HdChipPrintSysCfg : public HdChipTest {
 
     bool Print() {
         bool result = false;
-        output = Capture([&] { result = chip.PrintSysCfg(); });
+        output = fake::Capture([&] { result = chip.PrintSysCfg(); });
         return result;
     }
 
-    Output output;
+    fake::Output output;
 };
 
 TEST_F(HdChipGetVersion, TakesTheTextBehindByte0AndDropsTheNulThatClosesIt) {
@@ -135,7 +132,7 @@ TEST_F(HdChipGetVersion, KeepsTheOldTextWhenTheReplyIsRejected) {
     platform.Answer(Reply({0x77, '1', 0}).Status(0));
     std::string version = "before";
 
-    Capture([&] { EXPECT_FALSE(chip.GetVersion(version)); });
+    fake::Capture([&] { EXPECT_FALSE(chip.GetVersion(version)); });
 
     EXPECT_EQ(version, "before");
 }
@@ -153,7 +150,7 @@ TEST_F(HdChipGetVersion, StaysInsideItsMemoryForEveryCountAndContent) {
             std::string version = "before";
             bool result = false;
 
-            Capture([&] { result = chip.GetVersion(version); });
+            fake::Capture([&] { result = chip.GetVersion(version); });
 
             // Any other count takes another byte for the checksum: it fits only by chance.
             if (counts) {

@@ -47,6 +47,11 @@ TEST_F(HutilMsgText, MayBeEmpty) {
 }
 
 // Relied on: the second NUL lies as far behind the first as the message without prefix is long.
+TEST_F(HutilMsgText, MayBeOneCharacter) {
+    EXPECT_EQ(Output([&] { messages_->displayMessage(2, "File.cpp", 7, "%s", "a"); }),
+              "bbpflash ERROR: a @File.cpp:7\n");
+}
+
 TEST_F(HutilMsgText, IsEndedTwiceWhereNoPositionFollows) {
     const std::string line = "bbpflash MSG: text";
     g_formatting.poison = true;

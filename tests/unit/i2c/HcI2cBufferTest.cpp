@@ -10,8 +10,6 @@
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using fake::Output;
 
 // What the next posix_memalign fails with, and errno besides.
 std::optional<int> g_memalign_result;

@@ -5,10 +5,8 @@
 
 namespace {
 
-using fake::Bytes;
 using fake::Capture;
 using fake::Output;
-using fake::Reply;
 using fake::WithoutPositions;
 using testing::ElementsAre;
 
@@ -26,7 +24,7 @@ TEST_F(HcI2cBufferSend, LocksSendsAndUnlocks) {
     EXPECT_EQ(platform.devctls[0].dcmd, 0x508);
     EXPECT_EQ(platform.devctls[1].dcmd, static_cast<int>(0x80100505u));
     EXPECT_EQ(platform.devctls[2].dcmd, 0x509);
-    EXPECT_EQ(platform.devctls[1].data, Bytes(chunk.buffer, chunk.buffer + 28));
+    EXPECT_EQ(platform.devctls[1].data, fake::Bytes(chunk.buffer, chunk.buffer + 28));
     for (const fake::DevctlCall& call : platform.devctls) {
         EXPECT_EQ(call.fd, 11);
         EXPECT_TRUE(call.info_is_null);
@@ -101,7 +99,7 @@ TEST_F(HcI2cBufferSend, FailedUnlockIsReportedButDoesNotFailTheSend) {
 
 TEST_F(HcI2cBufferGet, LocksReceives65BytesAndUnlocks) {
     HcI2cBuffer chunk(&bus, 0x2E, 'r');
-    platform.Answer(Reply::Raw({14, 0xA5, 0xA4}));
+    platform.Answer(fake::Reply::Raw({14, 0xA5, 0xA4}));
 
     EXPECT_EQ(chunk.GetBuffer(), 1);
 
@@ -110,7 +108,7 @@ TEST_F(HcI2cBufferGet, LocksReceives65BytesAndUnlocks) {
     EXPECT_EQ(receive.dcmd, static_cast<int>(0xC0100506u));
     EXPECT_EQ(receive.fd, 11);
     EXPECT_TRUE(receive.info_is_null);
-    Bytes block{0x17, 0, 0, 0, 2, 0, 0, 0, 65, 0, 0, 0, 0, 0, 0, 0};
+    fake::Bytes block{0x17, 0, 0, 0, 2, 0, 0, 0, 65, 0, 0, 0, 0, 0, 0, 0};
     block.resize(81);
     EXPECT_EQ(receive.data, block);
     EXPECT_EQ(chunk.rxLength, 14);
@@ -157,7 +155,7 @@ TEST_F(HcI2cBufferGet, FailedReceiveIsReportedShownAndLeavesTheBusLocked) {
 
 TEST_F(HcI2cBufferGet, FailedUnlockFailsTheReceiveAfterTheCountIsTaken) {
     HcI2cBuffer chunk(&bus, 0x2E, 'r');
-    platform.Answer(Reply::Raw({14}));
+    platform.Answer(fake::Reply::Raw({14}));
     platform.Fail(DCMD_I2C_UNLOCK, EPERM);
 
     int result = -1;

@@ -8,8 +8,6 @@
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using testing::ElementsAre;
 
 using HcLogicalBegin = HcLogicalTransmit;
 

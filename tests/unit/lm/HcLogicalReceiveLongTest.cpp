@@ -10,11 +10,7 @@
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using fake::Output;
 using fake::Reply;
-using fake::WithoutPositions;
-using testing::ElementsAre;
 
 using HcLogicalRetrieveLong = HcLogicalReceive;
 
@@ -45,7 +41,7 @@ TEST_F(HcLogicalRetrieveLong, TakesAReplyThatOneReadCompletes) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 1);
 
-    EXPECT_THAT(platform.trace, ElementsAre("LOCK", "RECV 81", "UNLOCK"));
+    EXPECT_THAT(platform.trace, testing::ElementsAre("LOCK", "RECV 81", "UNLOCK"));
     Bytes expected{0xA5, 0xA5, 0, 1, 165, 0, 0x83, 1, 1, 0, 0, 0};
     expected.resize(20, 0x11);
     expected.resize(256, 0xEE);
@@ -134,7 +130,7 @@ TEST_F(HcLogicalRetrieveLong, ReadsUntilAReadFailsWhenItIsNotTheLastSegment) {
             }
         };
 
-        Capture([&] { EXPECT_EQ(fresh.RetrieveLong(destination.data()), 0); });
+        fake::Capture([&] { EXPECT_EQ(fresh.RetrieveLong(destination.data()), 0); });
 
         EXPECT_EQ(reads, 5);
         EXPECT_EQ(platform.Messages().back(), "ERROR: getting LM response");
@@ -195,9 +191,9 @@ TEST_F(HcLogicalRetrieveLong, ReportsAFailedReadAndShowsWhatCameBefore) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 0);
 
-    const Output dump = Capture([&] { lm.ShowRxLM(); });
+    const fake::Output dump = fake::Capture([&] { lm.ShowRxLM(); });
     EXPECT_NE(dump.out, "");
-    EXPECT_THAT(WithoutPositions(output.out),
+    EXPECT_THAT(fake::WithoutPositions(output.out),
                 testing::EndsWith("bbpflash ERROR: getting LM response\n" + dump.out));
     EXPECT_THAT(output.err, testing::EndsWith(dump.err));
     EXPECT_EQ(destination, Bytes(256, 0xEE));
@@ -209,7 +205,7 @@ TEST_F(HcLogicalRetrieveLong, ReportsWhenThereIsNoMemoryForAChunk) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 0);
 
-    EXPECT_THAT(platform.Messages(), ElementsAre("ERROR: getting LM response"));
+    EXPECT_THAT(platform.Messages(), testing::ElementsAre("ERROR: getting LM response"));
 }
 
 TEST_F(HcLogicalRetrieveLong, StaysInsideItsMemoryForEveryCountAndLength) {

@@ -13,12 +13,8 @@ bool g_no_memory = false;
 namespace {
 
 using fake::Bytes;
-using fake::Capture;
-using fake::Output;
 using fake::Reply;
-using fake::WithoutPositions;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 using HcLogicalRetrieveShort = HcLogicalReceive;
 
@@ -121,13 +117,13 @@ TEST_F(HcLogicalRetrieveShort, ReportsAFailedReadAndShowsTheEarlierChunks) {
 
     EXPECT_EQ(Retrieve(Reply()), 0);
 
-    const Output dump = Capture([&] { lm.ShowRxLM(); });
+    const fake::Output dump = fake::Capture([&] { lm.ShowRxLM(); });
     EXPECT_NE(dump.out, "");
     EXPECT_THAT(platform.Messages(),
                 ElementsAre("ERROR: DCMD_I2C_RECV /dev/i2c1 for addr 0x2E with result "
                             "\"Input/output error\" (5)",
                             "ERROR: getting LM response"));
-    EXPECT_THAT(WithoutPositions(output.out),
+    EXPECT_THAT(fake::WithoutPositions(output.out),
                 testing::EndsWith("ERROR: getting LM response\n" + dump.out));
     EXPECT_THAT(output.err, testing::EndsWith(dump.err));
     EXPECT_EQ(lm.currSeg, 1);

@@ -6,13 +6,8 @@
 
 namespace {
 
-using fake::Bytes;
-using fake::Capture;
-using fake::Output;
 using fake::Reply;
-using fake::WithoutPositions;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 using HcLogicalValidate = HcLogicalReceive;
 
@@ -121,7 +116,8 @@ TEST_F(HcLogicalValidate, ReportsEveryReceptionStatus) {
         SendRequest();
         EXPECT_EQ(Retrieve(Reply().Status(static_cast<std::uint8_t>(status))), received ? 1 : 0)
             << "status " << status;
-        EXPECT_THAT(platform.Messages(), ElementsAreArray(expected)) << "status " << status;
+        EXPECT_THAT(platform.Messages(), testing::ElementsAreArray(expected))
+            << "status " << status;
     }
 }
 
@@ -139,10 +135,10 @@ TEST_F(HcLogicalValidate, DumpsTheRequestAndOnlyTheEarlierChunksOfARejectedReply
 
     EXPECT_EQ(Retrieve(Reply({0x42}).Status(0x0C)), 0);
 
-    const Output request = Capture([&] { lm.ShowTxLM(); });
-    const Output earlier = Capture([&] { lm.ShowRxLM(); });
+    const fake::Output request = fake::Capture([&] { lm.ShowTxLM(); });
+    const fake::Output earlier = fake::Capture([&] { lm.ShowRxLM(); });
     ASSERT_EQ(lm.rxBuffers.size(), 1u);
-    EXPECT_EQ(WithoutPositions(output.out),
+    EXPECT_EQ(fake::WithoutPositions(output.out),
               "bbpflash ERROR: Read header reception status error\n"
               "bbpflash ERROR: LM header missing\n"
               "bbpflash ERROR: LM checksum does not match\n"
@@ -171,7 +167,7 @@ TEST_F(HcLogicalValidate, IsAgainstTheRequestThatIsStillInTheChunk) {
     EXPECT_EQ(lm.Validate(&chunk), 1);
 
     lm.Begin(0x84, 1);
-    Capture([&] { EXPECT_EQ(lm.Validate(&chunk), 0); });
+    fake::Capture([&] { EXPECT_EQ(lm.Validate(&chunk), 0); });
 
     EXPECT_THAT(platform.Messages(), testing::Contains("ERROR: Write header LM count error"));
 }

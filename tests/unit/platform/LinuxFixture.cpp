@@ -60,8 +60,10 @@ int __wrap_prctl(int option, ...) {
     return g_system->Result(0);
 }
 
-void __wrap_openlog(const char* identity, int, int) {
+void __wrap_openlog(const char* identity, int options, int facility) {
     g_system->identity = identity;
+    g_system->log_options = options;
+    g_system->facility = facility;
 }
 
 void __wrap_vsyslog(int severity, const char* format, va_list arguments) {

@@ -33,6 +33,8 @@ struct System {
     timespec slept = {0, 0};
     std::vector<unsigned long> prctl_arguments;
     std::string identity;
+    int log_options = -1;
+    int facility = -1;
     int severity = -1;
     std::string logged;
 

@@ -81,6 +81,13 @@ TEST_F(LinuxDevctl, LocksByAnExclusiveFlockThatWaits) {
     EXPECT_EQ(system_.operation, LOCK_EX);
 }
 
+TEST_F(LinuxDevctl, TakesNoEarlierErrorForItsOwn) {
+    errno = EIO;
+    EXPECT_EQ(devctl(DESCRIPTOR, DCMD_I2C_LOCK, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(devctl(DESCRIPTOR, DCMD_I2C_UNLOCK, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(Block(81, 65).Devctl(DCMD_I2C_RECV), 0);
+}
+
 TEST_F(LinuxDevctl, UnlocksByFlock) {
     EXPECT_EQ(devctl(DESCRIPTOR, DCMD_I2C_UNLOCK, nullptr, 0, nullptr), 0);
     EXPECT_EQ(system_.calls, Calls{"flock"});

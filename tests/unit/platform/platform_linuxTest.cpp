@@ -92,6 +92,8 @@ TEST_F(LinuxSlogf, LogsAnyOtherSeverityAsANotice) {
 TEST_F(LinuxSlogf, SpeaksAsBbpflash) {
     slogf(11001, 0, "text");
     EXPECT_EQ(system_.identity, "bbpflash");
+    EXPECT_EQ(system_.log_options, 0);
+    EXPECT_EQ(system_.facility, LOG_USER);
 }
 
 TEST_F(LinuxSlogf, FormatsItsTextOnce) {
