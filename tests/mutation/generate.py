@@ -94,7 +94,7 @@ def deletions(text, found):
         declares = follows[0] == "word" and token != "delete"
         declares = declares or (follows[1] in ("*", "&") and token[0].isupper())
         statement = text[start:end + 1] if end else ""
-        if declares or not statement or "{" in statement:
+        if declares or not statement or "{" in statement or statement.endswith("= default;"):
             continue
         if token not in ("break", "continue", "delete") and not re.search(r"[(=]|\+\+", statement):
             continue

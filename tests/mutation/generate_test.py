@@ -48,6 +48,7 @@ class Mutants(unittest.TestCase):
         self.assertEqual(changes("{ const int a = b; }", "deletion"), [])
         self.assertEqual(changes("{ Text a(b); }", "deletion"), [])
         self.assertEqual(changes("{ return a(); }", "deletion"), [])
+        self.assertEqual(changes("A::~A() = default;", "deletion"), [])
 
     def test_comments_directives_and_attributes_are_left_alone(self):
         self.assertEqual(changes("// a < 1\n"), [])
