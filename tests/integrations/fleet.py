@@ -12,6 +12,7 @@ import dataclasses
 import json
 import os
 import pathlib
+import resource
 import shutil
 import signal
 import socket
@@ -237,8 +238,11 @@ def main():
         with Fleet(folder, options.size, options.faulty_every, options.pace) as fleet:
             print('the campaign begins', flush=True)
             status, seconds = run_campaign(fleet, options.most_failures)
+            # Those of processes that have ended: of the units none has.
+            usage = resource.getrusage(resource.RUSAGE_CHILDREN)
         print((fleet.results / 'report.txt').read_text())
-        print('ansible-playbook ended with status %d after %.0f seconds' % (status, seconds))
+        print('ansible-playbook ended with status %d after %.0f seconds, %.1f CPU seconds a unit' % (
+            status, seconds, (usage.ru_utime + usage.ru_stime) / max(1, len(fleet.claims()))))
         contradictions = fleet.contradictions()
         print('\n'.join(contradictions) or
               'all %d flashes hold what the report says' % options.size)
