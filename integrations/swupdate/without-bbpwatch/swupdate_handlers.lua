@@ -8,7 +8,7 @@ local function bbpflash(image)
         return 1
     end
     local is_updated = os.execute("trap '' PIPE HUP INT TERM; exec setsid --wait flock -n -E 75 "
-        .. "/run/lock/bbpflash.lock bbpflash -s '" .. file .. "'")
+        .. "/run/lock/bbpflash.lock bbpflash -s '" .. file:gsub("'", "'\\''") .. "'")
     os.remove(file)
     return is_updated and 0 or 1
 end
