@@ -10,7 +10,7 @@ cmake --install "$1" --prefix "$work" --strip >"$work/log"
 for file in bin/{bbpflash,bbpimage,bbpwatch,bbpsim} share/man/man1/bbp{flash,image,sim,watch}.1 \
     share/bash-completion/completions/bbp{flash,image,sim,watch} \
     share/zsh/site-functions/_bbp{flash,image,sim,watch,_options} \
-    share/man/man1/use.1 lib/udev/rules.d/60-bbpflash.rules; do
+    share/bbpflash/bbpwatch.schema.json share/man/man1/use.1 lib/udev/rules.d/60-bbpflash.rules; do
     [[ -s "$work/$file" ]] || { echo "not installed: $file" && exit 1; }
 done
 "$work/bin/use" -i "$work/bin/bbpflash" | grep -qx NAME=bbpflash

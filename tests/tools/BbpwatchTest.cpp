@@ -1,65 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program bbpwatch as it is, over a stand-in for the updater that goes on when it is told to,
 // and over the updater itself in the simulated head unit.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <csignal>
 
-#include <nlohmann/json.hpp>
-#include <sstream>
-
-#include "sim/SampleImage.h"
-#include "tests/system/Process.h"
-#include "tests/tools/TemporaryFolder.h"
-#include "tools/image/ImageWriter.h"
+#include "tests/tools/BbpwatchFixture.h"
 
 namespace {
 
-using system_test::Outcome;
-using system_test::Process;
 using system_test::ProgramFolder;
-using system_test::Words;
 using system_test::operator+;
 
-class Bbpwatch : public testing::Test {
-  protected:
-    Bbpwatch() {
-        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
-        mkfifo(folder.Path("go").c_str(), 0600);
-    }
-
-    Words Command(const Words& options, const Words& updater) const {
-        return Words{ProgramFolder() + "/bbpwatch", "--lock", folder.Path("lock")} + options +
-               Words{"--"} + updater;
-    }
-
-    // An updater in status mode that writes `first`, waits for Go, writes `then` and, last, the
-    // file "end".
-    Words StandIn(const std::string& first, const std::string& then) const {
-        const std::string script = "printf '" + first + "'; read x <" + folder.Path("go") +
-                                   "; printf '" + then + "'; echo >" + folder.Path("end");
-        return {"sh", "-c", script, "bbpflash", "-s", folder.Path("image.bin")};
-    }
-
-    void Go() { folder.Write("go", "\n"); }
-
-    // Waits until the program has written this.
-    static void Await(const Process& process, const std::string& text) {
-        while (process.Output().find(text) == std::string::npos) {
-            usleep(2000);
-        }
-    }
-
-    bool Exists(const std::string& name) const {
-        return std::filesystem::exists(folder.Path(name));
-    }
-
-    TemporaryFolder folder;
-};
-
-const char BURNING[] = "79\\n80\\n85\\n";
-const char BURNT[] = "90\\n95\\n99\\n100\\nDONE\\n";
+class Bbpwatch : public BbpwatchFixture {};
 
 TEST_F(Bbpwatch, WatchesAWholeUpdateInTheSimulatedHeadUnit) {
     const Words unit = {ProgramFolder() + "/bbpsim", "--pace", "none", "--burn", "1,1,1", "--flash",
@@ -169,13 +120,9 @@ TEST_F(Bbpwatch, NeedsNoImageForAQuery) {
 TEST_F(Bbpwatch, TellsEventsAsJson) {
     Process process(Command({"--json"}, StandIn(BURNING, BURNT)));
     Go();
-    std::istringstream lines(process.Wait().out);
-    nlohmann::json last;
-    for (std::string line; std::getline(lines, line);) {
-        last = nlohmann::json::parse(line);
-    }
-    EXPECT_EQ("end", last["event"]);
-    EXPECT_EQ("success", last["verdict"]);
+    const std::vector<nlohmann::json> events = Events(process.Wait().out);
+    EXPECT_EQ("success", events.back()["verdict"]);
+    EXPECT_EQ(1, events.back()["done"]);
 }
 
 TEST_F(Bbpwatch, JudgesLinesFromStandardInput) {

@@ -61,7 +61,7 @@ void AddOptions(CLI::App& app, Options& options) {
     app.footer(STATUSES);
 }
 
-void CheckUsage(const Options& options, bool has_separator) {
+void CheckUsage(const CLI::App& app, const Options& options, bool has_separator) {
     const auto refuse = [](const std::string& why) {
         throw common::Failure(why + " (bbpwatch --help tells how to use it)", STATUS_USAGE);
     };
@@ -76,7 +76,8 @@ void CheckUsage(const Options& options, bool has_separator) {
     }
     const bool reads_input = !has_separator && !options.only_checks && options.image.empty();
     if (reads_input && isatty(STDIN_FILENO) != 0) {
-        refuse("no image, no command, and nothing to read from: bbpwatch image.bin");
+        std::cerr << app.help();
+        throw common::Failure("no image and no command", STATUS_USAGE);
     }
 }
 
@@ -112,7 +113,7 @@ std::optional<int> ParseCommandLine(int argc, char** argv, Options& options) {
         throw common::Failure(std::string(error.what()) + " (bbpwatch --help tells how to use it)",
                               STATUS_USAGE);
     }
-    CheckUsage(options, has_separator);
+    CheckUsage(app, options, has_separator);
     return std::nullopt;
 }
 
