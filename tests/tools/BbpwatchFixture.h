@@ -30,9 +30,10 @@ class BbpwatchFixture : public testing::Test {
         mkfifo(folder.Path("go").c_str(), 0600);
     }
 
-    // bbpwatch with these arguments and a lock of its own.
+    // bbpwatch with these arguments, a lock and a folder for logs of its own.
     Words Watch(const Words& arguments) const {
-        Words words = {system_test::ProgramFolder() + "/bbpwatch", "--lock", folder.Path("lock")};
+        Words words = {"env", "TMPDIR=" + folder.Path(""),
+                       system_test::ProgramFolder() + "/bbpwatch", "--lock", folder.Path("lock")};
         words.insert(words.end(), arguments.begin(), arguments.end());
         return words;
     }

@@ -108,6 +108,14 @@ TEST(TerminalReporter, ClearsTheRowsThatAResizeHasMadeOfItsLine) {
     EXPECT_NE(std::string::npos, written.find("\r\x1B[Jdo not switch off\r"));
 }
 
+TEST(TerminalReporter, BreaksItsOwnSentencesAtBlanks) {
+    const std::string written = Written<tools::TerminalReporter>(
+        "9\n10\n8\n", [] { return 40; }, false);
+    EXPECT_NE(std::string::npos,
+              written.find("bbpwatch: the percentage fell without a\nnew pass: 8\n"))
+        << written;
+}
+
 TEST(TerminalReporter, LetsNoEscapeSequenceOfTheUpdatersThrough) {
     const std::string written = Written<tools::TerminalReporter>(
         "b MSG: \x1B[2J\n100\nDONE\n", [] { return 80; }, false);

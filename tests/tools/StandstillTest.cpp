@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -129,6 +130,25 @@ TEST(Standstill, EndsWithTheProcessThatHolds) {
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     group.AwaitState("RS");
+}
+
+TEST(Standstill, SaysWhenItMayNot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can start a process for another user";
+    }
+    const Group group("sleep 1000");
+    const pid_t stranger = common::Fork([&group] {
+        if (setuid(65534) != 0) {
+            return 2;
+        }
+        try {
+            const Standstill standstill(group.Id());
+        } catch (const common::Failure& failure) {
+            return failure.Error() == EPERM ? 0 : 1;
+        }
+        return 1;
+    });
+    EXPECT_EQ(0, common::WaitForEnd(stranger));
 }
 
 TEST(Standstill, SaysWhenThereIsNobodyToHold) {

@@ -5,6 +5,7 @@
 
 #include "common/Text.h"
 #include "tools/watch/ProgressLine.h"
+#include "tools/watch/Wrap.h"
 
 namespace tools {
 
@@ -49,20 +50,6 @@ std::string WhereText(const Ending& ending) {
         text += ending.segments > 0 ? " of " + std::to_string(ending.segments) : "";
     }
     return text;
-}
-
-// Breaks the text at blanks, and where there is none in a line at its end.
-std::vector<std::string> Wrap(std::string text, std::size_t width) {
-    std::vector<std::string> lines;
-    while (width > 0 && text.size() > width) {
-        std::size_t end = text.rfind(' ', width);
-        const bool has_blank = end != std::string::npos && end > 0;
-        end = has_blank ? end : width;
-        lines.push_back(text.substr(0, end));
-        text.erase(0, has_blank ? end + 1 : end);
-    }
-    lines.push_back(text);
-    return lines;
 }
 
 // "  what  " and the text, its further lines below its first.

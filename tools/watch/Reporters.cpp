@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/watch/Reporters.h"
 
+#include <algorithm>
+
 #include "common/Text.h"
 #include "tools/watch/ProgressLine.h"
+#include "tools/watch/Wrap.h"
 
 namespace tools {
 
@@ -33,8 +36,12 @@ std::string EndText(const WatchEvent& event, int width) {
     return common::Join(Lines(event.ending, width), "\n");
 }
 
+std::size_t Columns(int width) {
+    return static_cast<std::size_t>(std::max(width, 0));
+}
+
 // As a person reads it, without the last line's end: the updater's lines as they are, bbpwatch's
-// own with its name. No line is longer than `width`, where it is not 0, in the end's report.
+// own with its name. No line of bbpwatch's own is longer than `width`, where it is not 0.
 std::string Sentence(const WatchEvent& event, int width = 0) {
     switch (event.kind) {
         case WatchEvent::Kind::Progress:
@@ -53,7 +60,7 @@ std::string Sentence(const WatchEvent& event, int width = 0) {
         case WatchEvent::Kind::Stall:
             break;
     }
-    return "bbpwatch: " + common::Escape(event.text);
+    return common::Join(Wrap("bbpwatch: " + common::Escape(event.text), Columns(width)), "\n");
 }
 
 bool IsForPeople(const WatchEvent& event) {
@@ -93,7 +100,7 @@ void TerminalReporter::Report(const WatchEvent& event) {
         case WatchEvent::Kind::Stall:
         case WatchEvent::Kind::Check:
             if (IsForPeople(event)) {
-                PrintAbove(Sentence(event), event.progress);
+                PrintAbove(Sentence(event, width_() - 1), event.progress);
             }
             break;
     }
