@@ -47,6 +47,27 @@ TEST_F(UpdateProgressTest, NeverGoesBackInAPass) {
     }
 }
 
+TEST_F(UpdateProgressTest, NeverGoesBackWhenItsGuessOfTheWholeChanges) {
+    double before = 0;
+    int now = 0;
+    const auto hear = [&](int later, const std::string& line) {
+        now += later;
+        EXPECT_GE(update.At(now).done, before) << line;
+        before = update.At(now).done;
+        update.Hear(now, line);
+        EXPECT_GE(update.At(now).done, before) << line;
+        before = update.At(now).done;
+    };
+    hear(3300, "b INF: Checking HD update versions @bbpflash.cpp:190\n");
+    EXPECT_LT(0, before);
+    hear(100, "1\n");
+    for (int percent = 2; percent <= 80; ++percent) {
+        hear(percent < 20 ? 10 : 5000, std::to_string(percent) + "\n");
+    }
+    hear(100, "85\n");
+    hear(100, "b ERROR: sending @HdChip.cpp:1\nERROR\n");
+}
+
 TEST_F(UpdateProgressTest, TakesTheDownloadsPaceAsItIsMeasured) {
     update.Hear(3000, "1\n");
     update.Hear(13000, "11\n");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/watch/UpdateProgress.h"
 
+#include <algorithm>
+
 namespace tools {
 
 namespace {
@@ -39,7 +41,11 @@ double ShareOverTime(Milliseconds time, Milliseconds length) {
 
 void UpdateProgress::Take(const bbpflash_event& event, Milliseconds now) {
     const bool is_new_pass = event.pass != pass_;
-    if (event.phase != phase_ || is_new_pass) {
+    // Only a further pass begins again; a better guess of the whole must not.
+    least_done_ = is_new_pass && pass_ > 0 ? 0 : At(now).done;
+    // The version check before the first pass belongs to its reset.
+    const bool goes_on = phase_ == BBPFLASH_PHASE_RESET && event.phase == BBPFLASH_PHASE_CHECK;
+    if ((event.phase != phase_ && !goes_on) || is_new_pass) {
         phase_began_ = now;
         last_progress_ = now;
     }
@@ -126,20 +132,19 @@ Progress UpdateProgress::At(Milliseconds now) const {
     progress.percent = percent_;
     progress.elapsed = now;
     progress.is_refused = refused_since_.has_value();
-    // The version check before the first pass belongs to its reset.
     const bool is_before_pass = pass_ == 0 && phase_ == BBPFLASH_PHASE_CHECK;
     progress.phase = is_before_pass ? BBPFLASH_PHASE_RESET : phase_;
     progress.writes_flash = phase_ == BBPFLASH_PHASE_BURN || phase_ == BBPFLASH_PHASE_ERASE ||
                             phase_ == BBPFLASH_PHASE_PROGRAM || phase_ == BBPFLASH_PHASE_VERIFY;
     if (phase_ == BBPFLASH_PHASE_ENDED) {
-        progress.done = percent_ == 100 ? 1 : progress.done;
+        progress.done = percent_ == 100 ? 1 : least_done_;
         return progress;
     }
     const Milliseconds total = Before(BBPFLASH_PHASE_CHECK) + LengthOf(BBPFLASH_PHASE_CHECK);
     const double length = static_cast<double>(LengthOf(progress.phase).count());
     const double share = ShareOfPhase(now);
     const double over = static_cast<double>(Before(progress.phase).count()) + share * length;
-    progress.done = over / static_cast<double>(total.count());
+    progress.done = std::max(least_done_, over / static_cast<double>(total.count()));
     progress.remaining = total - Milliseconds(static_cast<long long>(over));
     if (refused_since_ || IsLate(now)) {
         progress.remaining.reset();

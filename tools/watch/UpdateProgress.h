@@ -16,7 +16,8 @@ struct Progress {
     bbpflash_phase phase = BBPFLASH_PHASE_RESET;
     int pass = 0;     // programming passes begun
     int percent = 0;  // the updater's own last percentage
-    double done = 0;  // 0 to 1 of this pass in time; it moves while the percentage stands still
+    double done = 0;  // 0 to 1 of this pass in time; it never falls, and moves while the
+                      // percentage stands still
     Milliseconds elapsed{0};
     std::optional<Milliseconds> remaining;  // of this pass, where there is something to guess from
     bool is_refused = false;                // the chip's last word is that it rejects the image
@@ -56,6 +57,7 @@ class UpdateProgress {
     int pass_ = 0;
     int percent_ = 0;
     std::optional<Milliseconds> refused_since_;
+    double least_done_ = 0;  // of this pass
     Milliseconds phase_began_{0};
     Milliseconds last_progress_{0};
     int first_percent_ = 0;  // of this download, for its pace

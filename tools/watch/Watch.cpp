@@ -69,8 +69,9 @@ void Watch::TakeEvent(const bbpflash_event& event) {
     update_.Take(event, time_);
     record_.Take(event);
     const std::string text(event.text, event.size);
-    if (event.phase != phase_ || event.pass != pass_) {
-        phase_ = event.phase;
+    const bbpflash_phase phase = update_.At(time_).phase;
+    if (phase != phase_ || event.pass != pass_) {
+        phase_ = phase;
         pass_ = event.pass;
         Tell(WatchEvent::Kind::Phase);
     }

@@ -60,7 +60,7 @@ void Inspect(const Options& options, const std::string& image, tools::WatchConfi
     }
     std::cerr << tools::ToText(report);
     if (report.GetGrade() == tools::Grade::Unusable) {
-        throw common::Failure("not started: no update can succeed with this image",
+        throw common::Failure("no update can succeed with this image; nothing was started",
                               tools::STATUS_IMAGE);
     }
 }
@@ -92,7 +92,7 @@ int WatchCommand(const Options& options) {
         tools::Watch watch(config, audience.All());
         watch.Start(command);
         if (CheckOutput(options, audience, EXIT_SUCCESS) != EXIT_SUCCESS) {
-            throw common::Failure("not started: nobody would read the events",
+            throw common::Failure("the events cannot be written; nothing was started",
                                   tools::STATUS_OUTPUT);
         }
         tools::UpdaterProcess updater(command);
