@@ -198,7 +198,7 @@ class Fleet:
 def run_campaign(fleet, most_failures):
     '''Returns (status, seconds) of the campaign; the report is made as well.'''
     begin = time.monotonic()
-    status = fleet.play('update.yml', bbp_image=str(fleet.image), bbp_poll=5, bbp_seconds=180,
+    status = fleet.play('update.yml', bbp_image=str(fleet.image), bbp_poll=5, bbp_seconds=600,
                         bbp_max_fail_percentage=most_failures)
     seconds = time.monotonic() - begin
     if fleet.play('report.yml') != 0:
