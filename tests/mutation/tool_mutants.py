@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Breaks a copy of the simulator and the tools in one place after the other and runs their suites.
+
+Each block of sim.txt and tools.txt is a breakage. One that no suite notices survives, and the status
+is 1. The copy and its build are below build/mutants.
+"""
+
+import argparse
+import pathlib
+import shutil
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).parent
+ROOT = HERE.resolve().parents[1]
+TREE = ROOT / "build" / "mutants" / "tools"
+BUILD = TREE / "build" / "release"
+SUITE_SECONDS = 60  # a broken program may loop for ever
+
+# Of each set the suites that are quick, and those that run whole programs in real time.
+SETS = {
+    "sim": (["unit_sim", "unit_sim_host"], ["system_update", "system_bench"]),
+    "tools": (["tools_stream", "tools_image", "tools_watch"], ["tools_ImageProblem", "tools_Bbpwatch"]),
+}
+
+
+class Mutant:
+    """One breakage: in `file`, `old` is replaced by `new`."""
+
+    def __init__(self, kind, lines):
+        self.kind, self.name, self.file = kind, lines[0], lines[1]
+        self.old, self.new = (line[2:].replace("<nl>", "\n") for line in lines[2:4])
+
+    def text(self):
+        return (ROOT / self.file).read_text()
+
+    def is_stale(self):
+        return not (ROOT / self.file).exists() or self.text().count(self.old) != 1
+
+    def apply(self):
+        (TREE / self.file).write_text(self.text().replace(self.old, self.new))
+
+    def undo(self):
+        (TREE / self.file).write_text(self.text())
+
+
+def read_mutants():
+    for kind in SETS:
+        for block in (HERE / f"{kind}.txt").read_text().split("\n\n"):
+            lines = [line for line in block.splitlines() if line and not line.startswith("#")]
+            if lines:
+                yield Mutant(kind, lines)
+
+
+def run(command, seconds=None):
+    """The status of the command; 124 when it took too long."""
+    try:
+        return subprocess.run(command, cwd=TREE, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, timeout=seconds, check=False).returncode
+    except subprocess.TimeoutExpired:
+        return 124
+
+
+def build(targets):
+    return run(["cmake", "--build", str(BUILD), "--parallel", "1", "--target", *targets]) == 0
+
+
+def prepare():
+    """Copies what is known to git, and builds without optimisation: that is what takes the time."""
+    shutil.rmtree(TREE, ignore_errors=True)
+    names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, stdout=subprocess.PIPE, text=True,
+                           check=True).stdout.split("\0")
+    for name in filter(None, names):
+        (TREE / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(ROOT / name, TREE / name)
+    subprocess.run(["cmake", "--preset", "release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0"], cwd=TREE,
+                   stdout=subprocess.DEVNULL, check=True)
+
+
+def quick_see(suites):
+    return any(run([str(BUILD / "tests" / "bin" / suite)], SUITE_SECONDS) != 0 for suite in suites)
+
+
+def slow_see(suites):
+    if not build([*suites, "bbp_programs", "bus_client"]):
+        return True
+    return quick_see(suites)
+
+
+def judge(mutant):
+    """Who notices: "quick", "slow", "compiler" or nobody."""
+    quick, slow = SETS[mutant.kind]
+    mutant.apply()
+    try:
+        if not build(quick):
+            return "compiler"
+        if quick_see(quick):
+            return "quick"
+        return "slow" if slow_see(slow) else "nobody"
+    finally:
+        mutant.undo()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("names", nargs="*", help="only the breakages whose name has one of these")
+    options = parser.parse_args()
+    chosen = [mutant for mutant in read_mutants()
+              if not options.names or any(name in mutant.name for name in options.names)]
+    stale = [mutant.name for mutant in chosen if mutant.is_stale()]
+    for name in stale:
+        print(f"stale: {name}")
+    prepare()
+    for quick, _ in SETS.values():
+        if not build(quick) or quick_see(quick):
+            sys.exit("the suites are red without any breakage")
+    seen = {}
+    for mutant in chosen:
+        if not mutant.is_stale():
+            seen[mutant.name] = judge(mutant)
+            print(f"{mutant.kind:5} {mutant.name:66} {seen[mutant.name]}", flush=True)
+    survivors = [name for name, who in seen.items() if who in ("nobody", "compiler")]
+    print(f"{len(seen)} breakages, {len(stale)} stale, {len(survivors)} survive: "
+          f"{', '.join(survivors) or 'none'}")
+    return 1 if survivors or stale else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
