@@ -30,7 +30,6 @@ ERRORS = {call: errors.split() for call, errors in {
     "fchmod": "EIO EPERM EROFS",
     "fchmodat": _WHERE + " EPERM EROFS",
     "fchown": "EIO EPERM EROFS",
-    "fcntl": "EAGAIN EINTR EMFILE ENOLCK",
     "fdatasync": "EIO ENOSPC EINTR",
     "flock": "EINTR ENOLCK EWOULDBLOCK",
     "fork": _MEMORY,

@@ -28,9 +28,11 @@ def all_scenarios():
 
 
 def make_materials(tools):
-    for name, label in (("old.bin", "1.0.0"), ("new.bin", "2.0.0")):
-        subprocess.run([tools.programs / "bbpimage", "make", "--version", label, "--size", "930000",
-                        tools.materials / name], check=True)
+    full = 457 * 2035 - 1  # with a command's byte before it, as many full segments
+    for name, label, size in (("old.bin", "1.0.0", 930000), ("new.bin", "2.0.0", 930000),
+                              ("full.bin", "1.0.0", full)):
+        subprocess.run([tools.programs / "bbpimage", "make", "--version", label, "--size",
+                        str(size), tools.materials / name], check=True)
 
 
 def learn(tools, scenario):

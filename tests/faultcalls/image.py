@@ -16,6 +16,7 @@ class Image:
 
     signals = ()
     is_alone = False
+    material = "old.bin"
 
     def __init__(self, name, words, files):
         self.name, self.words, self.files = "image-" + name, words, files
@@ -25,7 +26,7 @@ class Image:
 
     def prepare(self, tools, folder):
         for name in self.files:
-            shutil.copyfile(tools.materials / "old.bin", folder / name)
+            shutil.copyfile(tools.materials / self.material, folder / name)
             os.chmod(folder / name, MODE)
             if os.geteuid() == 0:
                 os.chown(folder / name, *OWNER)
@@ -46,7 +47,8 @@ class Writing(Image):
         super().prepare(tools, folder)
         if self.link:
             os.symlink(self.target, folder / self.link)
-        self.old = (tools.materials / "old.bin").read_bytes() if self.target in self.files else None
+        self.old = (tools.materials / self.material).read_bytes() if self.target in self.files \
+            else None
 
     def learn(self, seen):
         new = (seen.folder / self.target).read_bytes()
@@ -92,6 +94,12 @@ class Writing(Image):
                        f"status {seen.status}, {state}", wrong)
 
 
+class Padding(Writing):
+    """The image's last segment is full."""
+
+    material = "full.bin"
+
+
 class Looking(Image):
     """A command that shows something: all of it with its status, or another status and why."""
 
@@ -125,8 +133,9 @@ def scenarios():
         Writing("label-link", ["label", "link", "3.0.0"], ["a.bin"], "a.bin", "link"),
         Writing("label-output", [*label, "-o", "b.bin"], ["a.bin"], "b.bin"),
         Writing("make", ["make", "--version", "3.0.0", "--size", "930001", "b.bin"], [], "b.bin"),
-        Writing("make-over", ["make", "--version", "3.0.0", "--size", "930001", "b.bin"],
+        Writing("make-over", ["make", "--force", "--version", "3.0.0", "--size", "930001", "b.bin"],
                 ["b.bin"], "b.bin"),
+        Padding("pad", ["pad", "a.bin"], ["a.bin"], "a.bin"),
         Looking("info", ["info", "a.bin"], ["a.bin"]),
         Looking("info-alone", ["info", "a.bin"], ["a.bin"], True),
         Looking("info-json", ["info", "--json", "a.bin", "b.bin"], ["a.bin", "b.bin"]),

@@ -26,7 +26,7 @@ class Tools:
 
     programs: pathlib.Path   # bbpimage and the others
     helpers: pathlib.Path    # the sweep's own, and bus_client
-    materials: pathlib.Path  # images: old.bin and new.bin
+    materials: pathlib.Path  # images: old.bin, new.bin, full.bin
 
 
 @dataclasses.dataclass

@@ -82,7 +82,10 @@ class Simulator:
     def check_status(self, seen):
         if seen.status in (self.status, None) or seen.never_started():
             return
-        if seen.fault and seen.fault.how == "SIGTERM" and seen.status in (128 + 15, 143):
+        # The signal came in the fork that was to become the command, or was passed on to it: a
+        # shell is sent a hang-up instead.
+        if seen.fault and seen.status in {"SIGKILL": (137,), "SIGTERM": (143, 129)}.get(
+                seen.fault.how, ()):
             return
         if seen.status != OWN_FAILURE:
             yield f"status {seen.status} is neither the command's nor {OWN_FAILURE}"
