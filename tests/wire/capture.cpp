@@ -88,8 +88,7 @@ void Record(const Recording& recording, const std::string& folder) {
     sim::PcapWriter pcap(path + ".pcap");
     sim::VcdWriter vcd(path + ".vcd", sim::BUS_HZ, recording.window);
     TransferLister lister(path + ".txt");
-    for (sim::Observer* observer :
-         std::initializer_list<sim::Observer*>{&pcap, &vcd, &lister}) {
+    for (sim::Observer* observer : std::initializer_list<sim::Observer*>{&pcap, &vcd, &lister}) {
         unit.Unit().AddObserver(observer);
     }
     const std::vector<std::uint8_t> image = sim::MakeSampleImage("2.0.0", recording.image_size);
