@@ -45,4 +45,24 @@ constexpr std::array<ActionName, ACTIONS> ACTION_NAMES = {
      {"never-ready", Action::NeverReady, Argument::None, Only(Event::Reset)},
      {"slow-start", Action::SlowStart, Argument::Milliseconds, Only(Event::Reset)}}};
 
+namespace {
+
+// Each event and each action has its line, at its own place.
+constexpr bool AreComplete() {
+    for (std::size_t i = 0; i < EVENTS; ++i) {
+        if (EVENT_NAMES[i].event != static_cast<Event>(i)) {
+            return false;
+        }
+    }
+    for (std::size_t i = 0; i < ACTIONS; ++i) {
+        if (ACTION_NAMES[i].action != static_cast<Action>(i)) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(AreComplete(), "the tables follow the enumerations");
+
+}  // namespace
+
 }  // namespace sim
