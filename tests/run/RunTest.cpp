@@ -144,6 +144,16 @@ const virt::FileContent& SampleImage() {
     return IMAGE;
 }
 
+Strings ResetAndEqualVersions() {
+    return {"bbpflash INF: Doing hardware reset of HD module @bbpflash",
+            "bbpflash INF: Waiting for firmware reset to complete @bbpflash",
+            "bbpflash INF: Hardware reset of HD module complete @bbpflash",
+            "bbpflash INF: Installed firmware version is \"2.0.0\" [5] @bbpflash",
+            "bbpflash INF: Checking HD update versions @bbpflash",
+            "bbpflash INF: BIN file firmware version is \"2.0.0\" [5] @bbpflash",
+            "bbpflash MSG: Installed version matches BIN file label @bbpflash"};
+}
+
 Strings operator+(Strings left, const Strings& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;

@@ -76,6 +76,10 @@ class RunTest : public ::testing::Test {
 // The sample image of 1 MiB with the label of "2.0.0".
 const virt::FileContent& SampleImage();
 
+// What a run that shows every step says of a reset, and of the check that finds SampleImage's
+// version.
+Strings ResetAndEqualVersions();
+
 // "a b" + "c d" ... as one list.
 Strings operator+(Strings left, const Strings& right);
 Strings Repeat(const Strings& strings, int times);
