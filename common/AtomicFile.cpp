@@ -26,6 +26,17 @@ mode_t NewFileMode() {
     return static_cast<mode_t>(0666) & ~mask;
 }
 
+void RequireRegularFile(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        if (errno != ENOENT) {
+            throw ErrnoFailure("looking at " + path, errno);
+        }
+    } else if (!S_ISREG(status.st_mode)) {
+        throw Failure(path + " is no regular file: it stays as it is");
+    }
+}
+
 }  // namespace
 
 std::string FollowLinks(const std::string& path) {
@@ -46,7 +57,9 @@ std::string FollowLinks(const std::string& path) {
     throw ErrnoFailure("looking at " + path, ELOOP);
 }
 
-AtomicFile::AtomicFile(const std::string& path) : target_(FollowLinks(path)) {
+AtomicFile::AtomicFile(const std::string& path) {
+    RequireRegularFile(path);
+    target_ = FollowLinks(path);
     const std::string parent = std::filesystem::path(target_).parent_path().string();
     folder_ = parent.empty() ? "." : parent;
     temporary_ = target_ + ".XXXXXX";

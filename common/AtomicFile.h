@@ -12,12 +12,12 @@ namespace common {
 // The file that the path leads to by symbolic links; it need not exist. Throws Failure.
 std::string FollowLinks(const std::string& path);
 
-// A file that is replaced as a whole or not at all: its new content goes to a temporary file in the
-// same folder, which takes the name over when it is complete and on the disk. Every failure throws
-// Failure and leaves the named file as it was; the temporary file goes in any case.
+// A regular file that is replaced as a whole or not at all: its new content goes to a temporary
+// file in the same folder, which takes the name over when it is complete and on the disk. Every
+// failure throws Failure and leaves the named file as it was; the temporary file goes in any case.
 class AtomicFile {
   public:
-    // Prepares to write `path`; a symbolic link is followed.
+    // Prepares to write `path`; a symbolic link is followed. What is there must be a regular file.
     explicit AtomicFile(const std::string& path);
 
     // Removes the temporary file unless it was committed.

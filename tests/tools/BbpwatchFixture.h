@@ -26,7 +26,7 @@ class BbpwatchFixture : public testing::Test {
     using Words = system_test::Words;
 
     BbpwatchFixture() {
-        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
+        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, {folder.Path("image.bin")}, false);
         mkfifo(folder.Path("go").c_str(), 0600);
     }
 

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <random>
 
+#include "lm/HcLogical.h"
 #include "tests/tools/TemporaryFolder.h"
 #include "tools/image/ImageInspector.h"
 #include "tools/image/ImageWriter.h"
@@ -14,23 +16,27 @@ using tools::Grade;
 using tools::ImageReport;
 using tools::InspectImage;
 
+constexpr std::size_t SAMPLE_SIZE = std::size_t{2} * 1024 * 1024;
+
 class ImageInspector : public testing::Test {
   protected:
     // An image whose label field is `field` and whose size is `size`.
     ImageReport InspectField(const std::string& field, std::size_t size = tools::LABEL_END) {
         std::string image(size, '\xA5');
         image.replace(sim::LABEL_OFFSET, field.size(), field);
-        return InspectImage(folder.Write("image.bin", image));
+        return InspectImage(folder_.Write("image.bin", image));
     }
 
-    // A labelled image of `size` bytes, a file of holes behind the label.
+    // A labelled image of `size` bytes, a file of holes behind 2 MiB.
     ImageReport InspectSize(std::size_t size) {
-        tools::WriteSample("1.2.3", tools::LABEL_END, folder.Path("image.bin"));
-        std::filesystem::resize_file(folder.Path("image.bin"), size);
-        return InspectImage(folder.Path("image.bin"));
+        const std::vector<std::uint8_t> sample =
+            sim::MakeSampleImage("1.2.3", std::min(size, SAMPLE_SIZE));
+        folder_.Write("image.bin", std::string(sample.begin(), sample.end()));
+        std::filesystem::resize_file(folder_.Path("image.bin"), size);
+        return InspectImage(folder_.Path("image.bin"));
     }
 
-    TemporaryFolder folder;
+    TemporaryFolder folder_;
 };
 
 std::string Blanks(std::size_t count) {
@@ -47,8 +53,8 @@ std::string Codes(const ImageReport& report) {
 }
 
 TEST_F(ImageInspector, FindsNothingWrongWithASampleImage) {
-    tools::WriteSample("HD 1.2.3", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
-    const ImageReport report = InspectImage(folder.Path("image.bin"));
+    tools::WriteSample("HD 1.2.3", sim::SAMPLE_IMAGE_SIZE, {folder_.Path("image.bin")}, false);
+    const ImageReport report = InspectImage(folder_.Path("image.bin"));
     EXPECT_EQ("", Codes(report));
     EXPECT_EQ(Grade::Clean, report.GetGrade());
     EXPECT_EQ(1048576u, report.size);
@@ -61,13 +67,26 @@ TEST_F(ImageInspector, CountsTheBusTimeOfEverySegmentAndItsReply) {
     // 516 segments carry 1048576 bytes, a function byte and 516 times 13 of their own; 9 bits a
     // byte, 11 a transfer; every reply is read as 65 bytes.
     const double bits = 9.0 * (1048576 + 1 + 516 * 13) + 516 * (11 + 9 * 65 + 11);
-    tools::WriteSample("1", sim::SAMPLE_IMAGE_SIZE, folder.Path("image.bin"));
-    EXPECT_NEAR(bits / 400000, InspectImage(folder.Path("image.bin")).wire_seconds, 1e-3);
+    tools::WriteSample("1", sim::SAMPLE_IMAGE_SIZE, {folder_.Path("image.bin")}, false);
+    EXPECT_NEAR(bits / 400000, InspectImage(folder_.Path("image.bin")).wire_seconds, 1e-3);
 }
 
-TEST_F(ImageInspector, TellsTheDigest) {
-    const ImageReport report = InspectImage(folder.Write("image.bin", "abc"));
-    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad", report.sha256);
+TEST_F(ImageInspector, ShowsTheBytesThatItReads) {
+    std::string seen;
+    InspectImage(folder_.Write("image.bin", "abc"),
+                 [&seen](const char* bytes, std::size_t size) { seen.append(bytes, size); });
+    EXPECT_EQ("abc", seen);
+}
+
+TEST_F(ImageInspector, CountsSegmentsAsTheUpdaterDoes) {
+    I2cBus bus(0);
+    HcLogical engine(&bus, 0);
+    std::mt19937_64 random(4);
+    for (int round = 0; round < 1000; ++round) {
+        const auto size = static_cast<int>(random() % 133363724);
+        ASSERT_EQ(1, engine.SetNumSegs(size));
+        ASSERT_EQ(engine.numSegs, tools::CountSegments(static_cast<std::uint64_t>(size))) << size;
+    }
 }
 
 TEST_F(ImageInspector, FindsAnImageThatEndsBeforeTheLabel) {
@@ -129,24 +148,24 @@ TEST_F(ImageInspector, FindsALastSegmentThatIsExactlyFull) {
 }
 
 TEST_F(ImageInspector, FindsAPercentageBeyondItsExactRange) {
-    EXPECT_EQ("", Codes(InspectSize(26843545)));
+    EXPECT_EQ("half-written", Codes(InspectSize(26843545)));
     const ImageReport report = InspectSize(26843546);
-    EXPECT_EQ("percentage", Codes(report));
+    EXPECT_EQ("percentage half-written", Codes(report));
     EXPECT_EQ(Grade::Warnings, report.GetGrade());
 }
 
 TEST_F(ImageInspector, FindsMoreSegmentsThanCanBeNumbered) {
     const ImageReport largest = InspectSize(133363723);
-    EXPECT_EQ("percentage", Codes(largest));
+    EXPECT_EQ("percentage half-written", Codes(largest));
     EXPECT_EQ(65535, largest.segments);
     const ImageReport report = InspectSize(133363724);
-    EXPECT_EQ("too-many-segments percentage", Codes(report));
+    EXPECT_EQ("too-many-segments percentage half-written", Codes(report));
     EXPECT_EQ(Grade::Unusable, report.GetGrade());
     EXPECT_FALSE(report.segments.has_value());
 }
 
 TEST_F(ImageInspector, FindsAFileThatCannotBeRead) {
-    for (const std::string& path : {folder.Path("missing.bin"), folder.Path("")}) {
+    for (const std::string& path : {folder_.Path("missing.bin"), folder_.Path("")}) {
         const ImageReport report = InspectImage(path);
         EXPECT_EQ("unreadable", Codes(report));
         EXPECT_EQ(Grade::Unusable, report.GetGrade());
@@ -164,12 +183,12 @@ TEST_F(ImageInspector, WritesJsonWithTheExactBytesBeside) {
     EXPECT_EQ(json, nlohmann::json::parse(json.dump()));
     EXPECT_EQ("1\\xe9\"", json["label"]);
     EXPECT_EQ("31e922", json["label_hex"]);
-    EXPECT_EQ("clean", json["grade"]);
+    EXPECT_EQ("non-ascii-characters", json["findings"][0]["code"]);
     EXPECT_EQ(455, json["segments"]);
 }
 
 TEST_F(ImageInspector, WritesJsonForAFileThatCannotBeRead) {
-    const nlohmann::json json = tools::ToJson(InspectImage(folder.Path("missing.bin")));
+    const nlohmann::json json = tools::ToJson(InspectImage(folder_.Path("missing.bin")));
     EXPECT_EQ("unusable", json["grade"]);
     EXPECT_EQ("unreadable", json["findings"][0]["code"]);
     EXPECT_TRUE(json["label"].is_null());

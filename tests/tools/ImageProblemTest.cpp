@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every problem that bbpimage finds is one: the updater runs into it with the same image on the
-// simulated head unit.
+// simulated head unit_.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -18,6 +18,7 @@ using virt::FileContent;
 using virt::Outcome;
 using virt::RunResult;
 
+constexpr std::size_t FILLED_SIZE = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t SOUND_SIZE = 930000;  // bytes; no other property than that it has a label
 
 // A size at which the last segment is exactly full.
@@ -29,30 +30,30 @@ std::string Blanks(std::size_t count) {
 
 class ImageProblem : public testing::Test {
   protected:
-    // An image with these bytes in its label field, and zeros everywhere else.
+    // An image with these bytes in its label field, and holes behind its first 2 MiB.
     void UseImage(const std::string& field, std::size_t size = SOUND_SIZE) {
-        content = FileContent();
-        content.bytes = std::make_shared<const virt::Bytes>(field.begin(), field.end());
-        content.base = sim::LABEL_OFFSET;
-        content.size = size;
-        std::filesystem::remove(folder.Path("image.bin"));
-        folder.Write("image.bin", "");
-        std::filesystem::resize_file(folder.Path("image.bin"), sim::LABEL_OFFSET);
-        std::ofstream(folder.Path("image.bin"), std::ios::binary | std::ios::app) << field;
-        std::filesystem::resize_file(folder.Path("image.bin"), size);
+        std::vector<std::uint8_t> image =
+            sim::MakeSampleImage("1.2.3", std::min(size, FILLED_SIZE));
+        const std::size_t room = std::min(field.size(), image.size() - sim::LABEL_OFFSET);
+        std::copy_n(field.begin(), room, image.begin() + sim::LABEL_OFFSET);
+        content_ = FileContent::Of(image);
+        content_.size = size;
+        std::filesystem::remove(folder_.Path("image.bin"));
+        folder_.Write("image.bin", std::string(image.begin(), image.end()));
+        std::filesystem::resize_file(folder_.Path("image.bin"), size);
     }
 
-    // What bbpimage finds: the codes, one after the other. Its exit status goes to `grade`.
+    // What bbpimage finds: the codes, one after the other. Its exit status goes to `grade_`.
     std::string Findings() {
         const std::string command =
-            std::string(BBPIMAGE) + " info --json " + folder.Path("image.bin");
+            std::string(BBPIMAGE) + " info --json " + folder_.Path("image.bin");
         std::FILE* const pipe = popen(command.c_str(), "r");
         std::string text;
         char block[4096];
         for (std::size_t count; (count = std::fread(block, 1, sizeof block, pipe)) > 0;) {
             text.append(block, count);
         }
-        grade = WEXITSTATUS(pclose(pipe));
+        grade_ = WEXITSTATUS(pclose(pipe));
         std::string codes;
         const nlohmann::json report = nlohmann::json::parse(text);
         for (const nlohmann::json& finding : report.at("images").at(0).at("findings")) {
@@ -61,15 +62,15 @@ class ImageProblem : public testing::Test {
         return codes;
     }
 
-    // A run with the image on a unit whose chip reports `version` once it is programmed.
+    // A run with the image on a unit_ whose chip reports `version` once it is programmed.
     RunResult Update(const std::string& version) {
         sim::ChipConfig chip;
         chip.installed = "0.9";
         chip.reports = version;
-        unit = std::make_unique<virt::VirtualHeadUnit>(chip);
-        unit->checks_output = checks_output;
-        unit->files.Put("image.bin", {content});
-        return unit->Run({"bbpflash", "-s", "image.bin"});
+        unit_ = std::make_unique<virt::VirtualHeadUnit>(chip);
+        unit_->checks_output = checks_output_;
+        unit_->files.Put("image.bin", {content_});
+        return unit_->Run({"bbpflash", "-s", "image.bin"});
     }
 
     // Three passes, each of them whole, end in the failure that no label ends.
@@ -78,78 +79,92 @@ class ImageProblem : public testing::Test {
         EXPECT_EQ(1, result.status);
         EXPECT_NE(std::string::npos,
                   result.out.find("maximum number of programming tries exceeded"));
-        EXPECT_EQ(3u, unit->Unit().Chip().Burns());
+        EXPECT_EQ(3u, unit_->Unit().Chip().Burns());
     }
 
-    TemporaryFolder folder;
-    FileContent content;
-    std::unique_ptr<virt::VirtualHeadUnit> unit;
-    bool checks_output = true;
-    int grade = -1;
+    TemporaryFolder folder_;
+    FileContent content_;
+    std::unique_ptr<virt::VirtualHeadUnit> unit_;
+    bool checks_output_ = true;
+    int grade_ = -1;
 };
 
 TEST_F(ImageProblem, IsNoneInAnImageThatUpdates) {
     UseImage(sim::MakeLabel("1.2.3"));
     EXPECT_EQ("", Findings());
-    EXPECT_EQ(0, grade);
+    EXPECT_EQ(0, grade_);
     EXPECT_EQ(0, Update("1.2.3").status);
 }
 
 TEST_F(ImageProblem, TooShortForALabel) {
     UseImage("", sim::LABEL_OFFSET);
     EXPECT_EQ("too-short", Findings());
-    EXPECT_EQ(2, grade);
+    EXPECT_EQ(2, grade_);
     const RunResult result = Update("1.2.3");
     EXPECT_EQ(1, result.status);
     EXPECT_NE(std::string::npos, result.out.find("reading bin file label"));
-    EXPECT_EQ(0u, unit->Unit().Chip().Segments());
+    EXPECT_EQ(0u, unit_->Unit().Chip().Segments());
 }
 
 TEST_F(ImageProblem, LabelCutByTheImagesEnd) {
     UseImage("1.2.3__", sim::LABEL_OFFSET + 10);
     EXPECT_EQ("cut-label control-characters", Findings());
-    EXPECT_EQ(1, grade);
+    EXPECT_EQ(1, grade_);
     ExpectNeverMatches("1.2.3");
 }
 
 TEST_F(ImageProblem, BlankLabel) {
     UseImage(Blanks(37));
     EXPECT_EQ("blank-label", Findings());
-    EXPECT_EQ(2, grade);
+    EXPECT_EQ(2, grade_);
     EXPECT_EQ(Outcome::OutOfRange, Update("1.2.3").outcome);
-    EXPECT_EQ(0u, unit->Unit().Chip().Segments());
+    EXPECT_EQ(0u, unit_->Unit().Chip().Segments());
 }
 
 TEST_F(ImageProblem, LabelOfOneCharacter) {
     UseImage("7" + Blanks(36));
     EXPECT_EQ("one-character-label", Findings());
-    EXPECT_EQ(1, grade);
+    EXPECT_EQ(1, grade_);
     ExpectNeverMatches("7");
 }
 
 TEST_F(ImageProblem, LabelOfTwoCharacters) {
     UseImage("V7" + Blanks(35));
     EXPECT_EQ("two-character-label", Findings());
-    EXPECT_EQ(1, grade);
+    EXPECT_EQ(1, grade_);
     ExpectNeverMatches("V7");
 }
 
 TEST_F(ImageProblem, ControlCharactersInTheLabel) {
     UseImage("1.2.3\n__" + Blanks(29));
     EXPECT_EQ("control-characters", Findings());
-    EXPECT_EQ(1, grade);
+    EXPECT_EQ(1, grade_);
+    ExpectNeverMatches("1.2.3");
+}
+
+TEST_F(ImageProblem, BytesOutsideAsciiInTheLabel) {
+    UseImage("1.2.3\xB0__" + Blanks(29));
+    EXPECT_EQ("non-ascii-characters", Findings());
+    EXPECT_EQ(1, grade_);
+    ExpectNeverMatches("1.2.3");
+}
+
+TEST_F(ImageProblem, LabelFieldThatWasNeverWritten) {
+    UseImage(std::string(37, '\xFF'));
+    EXPECT_EQ("unwritten-label", Findings());
+    EXPECT_EQ(2, grade_);
     ExpectNeverMatches("1.2.3");
 }
 
 TEST_F(ImageProblem, LastSegmentExactlyFull) {
     UseImage(sim::MakeLabel("1.2.3"), FULL_SIZE);
     EXPECT_EQ("full-last-segment", Findings());
-    EXPECT_EQ(2, grade);
+    EXPECT_EQ(2, grade_);
     const RunResult result = Update("1.2.3");
     EXPECT_EQ(1, result.status);
     EXPECT_NE(std::string::npos, result.out.find("80\n"));
     EXPECT_NE(std::string::npos, result.out.find("ERROR: filling"));
-    EXPECT_EQ(461u, unit->Unit().Chip().Segments());
+    EXPECT_EQ(461u, unit_->Unit().Chip().Segments());
 }
 
 TEST_F(ImageProblem, LastSegmentExactlyFullGoesWithThePaddingThatIsAdvised) {
@@ -160,19 +175,19 @@ TEST_F(ImageProblem, LastSegmentExactlyFullGoesWithThePaddingThatIsAdvised) {
 
 TEST_F(ImageProblem, MoreSegmentsThanCanBeNumbered) {
     UseImage(sim::MakeLabel("1.2.3"), 133363724);
-    EXPECT_EQ("too-many-segments percentage", Findings());
-    EXPECT_EQ(2, grade);
+    EXPECT_EQ("too-many-segments percentage half-written", Findings());
+    EXPECT_EQ(2, grade_);
     const RunResult result = Update("1.2.3");
     EXPECT_EQ(1, result.status);
     EXPECT_NE(std::string::npos, result.out.find("would exceed maximum"));
-    EXPECT_EQ(0u, unit->Unit().Chip().Segments());
+    EXPECT_EQ(0u, unit_->Unit().Chip().Segments());
 }
 
 TEST_F(ImageProblem, PercentageBeyondItsExactRange) {
     UseImage(sim::MakeLabel("1.2.3"), 40000000);
-    EXPECT_EQ("percentage", Findings());
-    EXPECT_EQ(1, grade);
-    checks_output = false;
+    EXPECT_EQ("percentage half-written", Findings());
+    EXPECT_EQ(1, grade_);
+    checks_output_ = false;
     const RunResult result = Update("1.2.3");
     EXPECT_FALSE(ConformsToContract(result.out, BBPFLASH_MODE_STATUS, result.status));
 }

@@ -16,23 +16,23 @@ using tools::LabelReading;
 class LabelRoundTrip : public testing::Test {
   protected:
     LabelRoundTrip() {
-        folder.Write("image.bin", std::string(tools::LABEL_END, '\0'));
-        random.seed(20);
+        folder_.Write("image.bin", std::string(tools::LABEL_END, '\0'));
+        random_.seed(20);
     }
 
     LabelReading ReadField(const std::string& field) {
-        std::fstream image(folder.Path("image.bin"),
+        std::fstream image(folder_.Path("image.bin"),
                            std::ios::binary | std::ios::in | std::ios::out);
         image.seekp(static_cast<std::streamoff>(sim::LABEL_OFFSET));
         image << field;
         image.close();
-        return tools::ReadLabelAsUpdater(folder.Path("image.bin"));
+        return tools::ReadLabelAsUpdater(folder_.Path("image.bin"));
     }
 
     std::string RandomText(std::size_t size, const std::string& characters) {
         std::string text(size, '\0');
         for (char& c : text) {
-            c = characters[random() % characters.size()];
+            c = characters[random_() % characters.size()];
         }
         return text;
     }
@@ -45,11 +45,11 @@ class LabelRoundTrip : public testing::Test {
         const LabelReading reading = ReadField(*field);
         ASSERT_EQ(LabelReading::Result::Read, reading.result);
         ASSERT_EQ(label, reading.label);
-        ASSERT_TRUE(reading.messages.empty());
+        ASSERT_EQ("", reading.message);
     }
 
-    TemporaryFolder folder;
-    std::mt19937 random;
+    TemporaryFolder folder_;
+    std::mt19937_64 random_;
 };
 
 std::string AllBytes() {
@@ -103,10 +103,9 @@ TEST_F(LabelRoundTrip, ReadsAFieldOfBlanksAsABreakdown) {
 }
 
 TEST_F(LabelRoundTrip, TellsTheUpdatersOwnMessageWhenItRefuses) {
-    const LabelReading reading = tools::ReadLabelAsUpdater(folder.Path("missing.bin"));
+    const LabelReading reading = tools::ReadLabelAsUpdater(folder_.Path("missing.bin"));
     EXPECT_EQ(LabelReading::Result::Refused, reading.result);
-    EXPECT_EQ(std::vector<std::string>{"opening bin file " + folder.Path("missing.bin")},
-              reading.messages);
+    EXPECT_EQ("opening bin file " + folder_.Path("missing.bin"), reading.message);
 }
 
 }  // namespace

@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/image/ImageInspector.h"
 
-#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
-#include "chip/HdChip.h"
+#include "common/Text.h"
+#include "common/UniqueFd.h"
+#include "lm/HcLogical.h"
 #include "sim/WireTime.h"
+#include "tools/image/ImageContent.h"
 #include "tools/image/LabelField.h"
-#include "tools/image/Sha256.h"
 #include "tools/image/UpdaterLabel.h"
 
 namespace tools {
@@ -25,93 +28,96 @@ constexpr std::size_t REPLY_READ_SIZE = 65;  // bytes of the read that fetches a
 constexpr std::uint64_t EXACT_PERCENTAGE_LIMIT = INT_MAX / 80;
 
 constexpr std::uint64_t MAX_PAYLOAD = HcLogical::MAX_PAYLOAD;
+constexpr std::uint64_t SIZE_LIMIT = HcLogical::TOTAL_LIMIT;
+
+// A blank of this many bytes is none of firmware's tables, but padding or a hole.
+constexpr std::uint64_t SUSPICIOUS_BLANK = 65536;
 
 class Inspector {
   public:
-    explicit Inspector(const std::string& path) { report_.path = path; }
+    Inspector(const std::string& path, const ByteSink& sink) : sink_(sink) { report_.path = path; }
 
     ImageReport Run() {
-        if (ReadFile()) {
+        const int error = ReadFile();
+        if (error != 0) {
+            Add(Grade::Unusable, "unreadable", std::string("reading it: ") + std::strerror(error));
+        }
+        if (report_.is_read) {
             MeasureDownload();
-            CheckLabel();
+            const bool is_erased = CheckContent();
+            CheckLabelReading(is_erased);
         }
         return report_;
     }
 
   private:
     void Add(Grade grade, const char* code, const std::string& text) {
-        report_.findings.push_back({grade, code, text});
+        report_.findings.push_back(MakeFinding(grade, code, text));
     }
 
-    // Takes size, digest and label field in one pass.
-    bool ReadFile() {
-        std::error_code error;
-        const auto status = std::filesystem::status(report_.path, error);
-        if (!error && !std::filesystem::is_regular_file(status)) {
+    // Returns an errno value or 0.
+    int ReadFile() {
+        // A device or a pipe must not be waited for.
+        const common::UniqueFd file(
+            open(report_.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        struct stat status;
+        if (!file || fstat(file.Get(), &status) != 0) {
+            return errno;
+        }
+        if (!S_ISREG(status.st_mode)) {
             Add(Grade::Unusable, "unreadable", "it is no regular file");
-            return false;
+            return 0;
         }
-        std::ifstream file(report_.path, std::ios::binary);
-        if (!file) {
-            Add(Grade::Unusable, "unreadable", std::string("opening it: ") + std::strerror(errno));
-            return false;
-        }
-        Sha256 digest;
         std::string block(1 << 16, '\0');
-        while (file) {
-            file.read(block.data(), static_cast<std::streamsize>(block.size()));
-            const std::size_t count = static_cast<std::size_t>(file.gcount());
-            digest.Update(block.data(), count);
-            TakeField(block, count);
-            report_.size += count;
+        for (;;) {
+            const ssize_t count = read(file.Get(), block.data(), block.size());
+            if (count < 0 && errno != EINTR) {
+                return errno;
+            }
+            if (count == 0) {
+                break;
+            }
+            if (count > 0) {
+                Take(block.data(), static_cast<std::size_t>(count));
+            }
         }
-        if (file.bad()) {
-            Add(Grade::Unusable, "unreadable", std::string("reading it: ") + std::strerror(errno));
-            return false;
-        }
-        report_.sha256 = digest.Finish();
-        return true;
+        report_.is_read = true;
+        report_.size = content_.Size();
+        report_.field = content_.Field();
+        return 0;
     }
 
-    // Keeps what the block at the file's position report.size holds of the label field.
-    void TakeField(const std::string& block, std::size_t count) {
-        const std::uint64_t begin = std::max<std::uint64_t>(report_.size, sim::LABEL_OFFSET);
-        const std::uint64_t end = std::min<std::uint64_t>(report_.size + count, LABEL_END);
-        if (begin < end) {
-            report_.field += block.substr(begin - report_.size, end - begin);
+    void Take(const char* bytes, std::size_t size) {
+        content_.Take(bytes, size);
+        if (sink_) {
+            sink_(bytes, size);
         }
     }
 
     void MeasureDownload() {
-        if (report_.size >= static_cast<std::uint64_t>(HcLogical::TOTAL_LIMIT)) {
+        report_.segments = CountSegments(report_.size);
+        if (!report_.segments) {
             Add(Grade::Unusable, "too-many-segments",
                 "the download would have more than " + std::to_string(HcLogical::MAX_SEGMENTS) +
-                    " segments; the largest image has " +
-                    std::to_string(HcLogical::TOTAL_LIMIT - 1) + " bytes");
-        } else {
-            I2cBus bus(0);
-            HcLogical engine(&bus, 0);
-            engine.SetNumSegs(static_cast<int>(report_.size));
-            report_.segments = engine.numSegs;
+                    " segments; the largest image has " + std::to_string(SIZE_LIMIT - 1) +
+                    " bytes");
+        } else if (IsLastSegmentFull(report_.size)) {
+            Add(Grade::Unusable, "full-last-segment",
+                "the last segment is exactly full, and the updater fails after it at the very end "
+                "of the download; 'bbpimage pad' adds the byte that helps");
         }
-
-        // The first segment carries the function byte, too.
-        const std::uint64_t payload = report_.size + 1;
-        const std::uint64_t full = payload / MAX_PAYLOAD;
         const auto transfer = [](std::uint64_t bytes) {
             const sim::Duration time =
                 sim::WireTime(bytes, BUS_SPEED) + sim::WireTime(REPLY_READ_SIZE, BUS_SPEED);
             return std::chrono::duration<double>(time).count();
         };
-        report_.wire_seconds = static_cast<double>(full) * transfer(HcLogical::MAX_SIZE);
+        // The first segment carries the function byte, too.
+        const std::uint64_t payload = report_.size + 1;
+        report_.wire_seconds =
+            static_cast<double>(payload / MAX_PAYLOAD) * transfer(HcLogical::MAX_SIZE);
         if (payload % MAX_PAYLOAD != 0) {
             report_.wire_seconds += transfer(payload % MAX_PAYLOAD + HcLogical::OVERHEAD);
-        } else if (report_.segments) {
-            Add(Grade::Unusable, "full-last-segment",
-                "the last segment is exactly full, and the updater fails after it at the very end "
-                "of the download; pad the image by 1 byte");
         }
-
         if (report_.size > EXACT_PERCENTAGE_LIMIT) {
             Add(Grade::Warnings, "percentage",
                 "above " + std::to_string(EXACT_PERCENTAGE_LIMIT) +
@@ -119,28 +125,48 @@ class Inspector {
         }
     }
 
-    void CheckLabel() {
+    // Whether there is nothing in the image at all.
+    bool CheckContent() {
+        const ByteRun& blank = content_.LongestBlank();
+        const std::string byte = "0x" + std::string(blank.byte == 0 ? "00" : "FF");
+        if (report_.size > sim::LABEL_OFFSET && blank.size == report_.size) {
+            Add(Grade::Unusable, "erased",
+                "it holds no firmware: all its bytes are " + byte +
+                    ", as in an erased flash memory or a file that was never written");
+            return true;
+        }
+        if (blank.size >= SUSPICIOUS_BLANK) {
+            Add(Grade::Warnings, "half-written",
+                std::to_string(blank.size) + " bytes from byte " + std::to_string(blank.begin) +
+                    " on are all " + byte +
+                    ": padding, or a copy that was broken off; compare the file's SHA-256 with its "
+                    "maker's");
+        }
+        return false;
+    }
+
+    void CheckLabelReading(bool is_erased) {
         const LabelReading reading = ReadLabelAsUpdater(report_.path);
         switch (reading.result) {
             case LabelReading::Result::Read:
                 report_.label = reading.label;
-                CheckText();
+                if (!is_erased) {
+                    for (const Finding& finding : CheckLabel(report_.field, reading.label)) {
+                        report_.findings.push_back(finding);
+                    }
+                }
                 break;
             case LabelReading::Result::BreaksDown:
                 Add(Grade::Unusable, "blank-label",
                     "the label field is all blanks, and the updater ends abnormally on it");
                 break;
             case LabelReading::Result::Refused:
-                AddRefusal(reading);
+                AddRefusal("; the updater says: " + reading.message);
                 break;
         }
     }
 
-    void AddRefusal(const LabelReading& reading) {
-        std::string said;
-        for (const std::string& message : reading.messages) {
-            said += "; the updater says: " + message;
-        }
+    void AddRefusal(const std::string& said) {
         if (report_.size <= sim::LABEL_OFFSET) {
             Add(Grade::Unusable, "too-short",
                 "it ends before the label field, which begins at byte " +
@@ -150,40 +176,26 @@ class Inspector {
         }
     }
 
-    // What makes a label that can be read one that no chip is likely to report.
-    void CheckText() {
-        if (report_.field.size() < sim::LABEL_SIZE) {
-            Add(Grade::Warnings, "cut-label",
-                "it ends inside the label field, whose missing bytes count as NULs of the label");
-        }
-        const std::size_t first = report_.field.find_first_not_of(' ');
-        const std::size_t last = report_.field.find_last_not_of(' ');
-        const bool is_whole = report_.field.size() == sim::LABEL_SIZE;
-        if (is_whole && first == last) {
-            Add(Grade::Warnings, "one-character-label",
-                "the field holds one character, which the updater reads with all the blanks behind "
-                "it");
-        }
-        if (is_whole && first + 1 == last) {
-            Add(Grade::Warnings, "two-character-label",
-                "the field holds two characters, both of which the updater drops");
-        }
-        const auto is_control = [](char byte) {
-            return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F';
-        };
-        if (std::any_of(report_.label->begin(), report_.label->end(), is_control)) {
-            Add(Grade::Warnings, "control-characters",
-                "the label holds control characters, which the chip's version must have, too");
-        }
-    }
-
+    const ByteSink& sink_;
+    ImageContent content_;
     ImageReport report_;
 };
 
 }  // namespace
 
-ImageReport InspectImage(const std::string& path) {
-    return Inspector(path).Run();
+std::optional<int> CountSegments(std::uint64_t size) {
+    if (size >= SIZE_LIMIT) {
+        return std::nullopt;
+    }
+    return static_cast<int>(size / MAX_PAYLOAD) + 1;
+}
+
+bool IsLastSegmentFull(std::uint64_t size) {
+    return (size + 1) % MAX_PAYLOAD == 0;
+}
+
+ImageReport InspectImage(const std::string& path, const ByteSink& sink) {
+    return Inspector(path, sink).Run();
 }
 
 }  // namespace tools

@@ -5,10 +5,14 @@
 #include <iomanip>
 #include <sstream>
 
+#include "common/Text.h"
 #include "sim/SampleImage.h"
-#include "tools/image/VisibleText.h"
 
 namespace tools {
+
+using common::Escape;
+using common::EscapeAndShowBlanks;
+using common::Hex;
 
 namespace {
 
@@ -37,12 +41,28 @@ std::string DescribeLabel(const std::optional<std::string>& label) {
 
 }  // namespace
 
+Finding MakeFinding(Grade grade, const std::string& code, const std::string& text) {
+    Finding finding;
+    finding.grade = grade;
+    finding.code = code;
+    finding.text = text;
+    return finding;
+}
+
 Grade ImageReport::GetGrade() const {
     Grade worst = Grade::Clean;
     for (const Finding& finding : findings) {
         worst = std::max(worst, finding.grade);
     }
     return worst;
+}
+
+void ImageReport::Expect(const std::string& label_wanted) {
+    expected_label = label_wanted;
+    if (label != expected_label) {
+        findings.push_back(MakeFinding(Grade::Unusable, "unexpected-label",
+                                       "the label is not \"" + label_wanted + "\", as expected"));
+    }
 }
 
 const char* NameOf(Grade grade) {
@@ -59,7 +79,7 @@ const char* NameOf(Grade grade) {
 
 std::string ToText(const ImageReport& report) {
     std::string text = Escape(report.path) + ":\n";
-    if (!report.sha256.empty()) {
+    if (report.is_read) {
         std::ostringstream wire_time;
         wire_time << std::fixed << std::setprecision(1) << report.wire_seconds;
         text += Line("size", std::to_string(report.size) + " bytes");
@@ -67,7 +87,9 @@ std::string ToText(const ImageReport& report) {
             text += Line("segments", std::to_string(*report.segments));
         }
         text += Line("wire time", wire_time.str() + " s at 400 kHz");
-        text += Line("sha256", report.sha256);
+        if (!report.sha256.empty()) {
+            text += Line("sha256", report.sha256);
+        }
         text += Line("field", DescribeField(report.field));
         text += Line("label", DescribeLabel(report.label));
     }
@@ -97,9 +119,13 @@ nlohmann::json ToJson(const ImageReport& report) {
                            {"label", nullptr},
                            {"label_hex", nullptr},
                            {"grade", NameOf(report.GetGrade())},
+                           {"expected_label", nullptr},
                            {"findings", findings}};
     if (report.segments) {
         json["segments"] = *report.segments;
+    }
+    if (report.expected_label) {
+        json["expected_label"] = Escape(*report.expected_label);
     }
     if (report.label) {
         json["label"] = Escape(*report.label);

@@ -7,15 +7,27 @@
 
 namespace tools {
 
-// Both write `out` as a whole or not at all, and only after the updater has read the label back
-// from the new bytes, where there is room for a label. They throw std::runtime_error, or
-// std::system_error for a file's failure, with a text for people.
+// Where a new image goes.
+struct Destination {
+    std::string path;         // "-" for standard output
+    bool may_replace = true;  // a file that is there already
+};
 
-// Writes the image `path` with the label `label` to `out`, which may be `path` itself.
-void WriteLabelled(const std::string& path, const std::string& label, const std::string& out);
+// All of these write a new image as a whole or not at all, and only after the updater has read the
+// label back from the new bytes. They throw common::Failure with a text for people.
 
-// Writes a sample image of `size` bytes whose label is `version`, as far as it fits.
-void WriteSample(const std::string& version, std::size_t size, const std::string& out);
+// Writes the image `path` with the label `label` to `out`, which may be `path` itself. A label that
+// no chip is likely to report is refused unless `forced`.
+void WriteLabelled(const std::string& path, const std::string& label, const Destination& out,
+                   bool forced);
+
+// Writes the image `path` to `out`, with one byte more where the updater would fail on its size.
+// Returns what was done and why.
+std::string WritePadded(const std::string& path, const Destination& out);
+
+// Writes a sample image of `size` bytes whose label is `version`. The label and a size that the
+// updater fails on are refused unless `forced`.
+void WriteSample(const std::string& version, std::size_t size, const Destination& out, bool forced);
 
 }  // namespace tools
 

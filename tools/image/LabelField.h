@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a label is written into the field that an image has for it.
+// The field that an image has for its label: how it is written, and what is wrong with one.
 #ifndef BBPFLASH_TOOLS_IMAGE_LABELFIELD_H
 #define BBPFLASH_TOOLS_IMAGE_LABELFIELD_H
 
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sim/SampleImage.h"
+#include "tools/image/ImageReport.h"
 
 namespace tools {
 
@@ -17,6 +19,9 @@ constexpr std::size_t LABEL_END = sim::LABEL_OFFSET + sim::LABEL_SIZE;  // bytes
 // none. Representable are the empty label, every label of up to 35 bytes that does not begin with a
 // blank, and one character followed by 35 or 36 blanks.
 std::optional<std::string> EncodeLabel(const std::string& label);
+
+// What makes the label that the updater reads from `field` one that no chip is likely to report.
+std::vector<Finding> CheckLabel(const std::string& field, const std::string& label);
 
 }  // namespace tools
 

@@ -2,83 +2,171 @@
 // bbpimage: what is in a firmware image, how the updater will read it, and its label's writing.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <exception>
+#include <csignal>
 #include <iostream>
 
-#include "sim/SampleImage.h"
+#include "common/Failure.h"
+#include "common/Sha256.h"
+#include "common/StandardDescriptors.h"
+#include "lm/HcLogical.h"
 #include "tools/image/ImageInspector.h"
 #include "tools/image/ImageWriter.h"
+#include "tools/image/LabelField.h"
 
 namespace {
 
-constexpr int EXIT_FAILED = 2;  // as for an unusable image: there is nothing to go on with
-constexpr int EXIT_USAGE = 64;
+const char PROGRAM[] = "bbpimage";
+constexpr int STATUS_FAILED = 2;  // as for an unusable image: there is nothing to go on with
+constexpr int STATUS_USAGE = 64;
 
-int Inspect(const std::vector<std::string>& paths, bool as_json) {
+const char CHECKSUM_NOTE[] =
+    "An image that carries a checksum or a signature over these bytes is refused by the chip\n"
+    "afterwards: only its maker can change it.";
+
+// What the command line says. Each command uses some of it.
+struct Options {
+    std::vector<std::string> paths;
+    bool as_json = false;
+    std::optional<std::string> expected;
+    std::string path;
+    std::string text;
+    std::string out;
+    bool force = false;
+    std::int64_t size = static_cast<std::int64_t>(sim::SAMPLE_IMAGE_SIZE);
+};
+
+tools::ImageReport Inspect(const std::string& path) {
+    common::Sha256 digest;
+    tools::ImageReport report = tools::InspectImage(
+        path, [&digest](const char* bytes, std::size_t size) { digest.Update(bytes, size); });
+    if (report.is_read) {
+        report.sha256 = digest.Finish();
+    }
+    return report;
+}
+
+int Info(const Options& options) {
     tools::Grade worst = tools::Grade::Clean;
     nlohmann::json images = nlohmann::json::array();
-    for (const std::string& path : paths) {
-        const tools::ImageReport report = tools::InspectImage(path);
+    for (const std::string& path : options.paths) {
+        tools::ImageReport report = Inspect(path);
+        if (options.expected) {
+            report.Expect(*options.expected);
+        }
         worst = std::max(worst, report.GetGrade());
-        if (as_json) {
+        if (options.as_json) {
             images.push_back(tools::ToJson(report));
         } else {
             std::cout << tools::ToText(report);
         }
     }
-    if (as_json) {
+    if (options.as_json) {
         const nlohmann::json all = {{"images", images}, {"grade", tools::NameOf(worst)}};
         std::cout << all.dump(2) << "\n";
     }
+    if (!std::cout.flush()) {
+        throw common::Failure("standard output cannot be written");
+    }
     return static_cast<int>(worst);
+}
+
+// Where the result goes: over the image itself, or to a file that is new unless forced.
+tools::Destination Output(const Options& options) {
+    tools::Destination out;
+    out.path = options.out.empty() ? options.path : options.out;
+    out.may_replace = options.out.empty() || options.force;
+    return out;
+}
+
+CLI::App* AddInfo(CLI::App& app, Options& options) {
+    CLI::App* const info = app.add_subcommand("info", "Tell what is in images and what is wrong");
+    info->add_option("FILE", options.paths, "Images to look at")->required();
+    info->add_flag("--json", options.as_json, "Tell it as one JSON object");
+    info->add_option("--expect", options.expected, "The label must be TEXT; the status tells")
+        ->option_text("TEXT");
+    info->footer("Exit status: 0 clean, 1 warnings, 2 unusable or not the expected label.");
+    return info;
+}
+
+CLI::App* AddLabel(CLI::App& app, Options& options) {
+    CLI::App* const label = app.add_subcommand("label", "Write the label that the updater reads");
+    label->add_option("FILE", options.path, "Image to label")->required();
+    label->add_option("TEXT", options.text, "The version, exactly as the chip reports it")
+        ->required();
+    label->add_option("-o,--output", options.out, "Write a new image instead of replacing FILE")
+        ->option_text("OUT");
+    label->add_flag("--force", options.force, "Replace OUT; write a label that no chip may report");
+    label->footer(std::string("Behind TEXT go two characters, \"__\": the updater drops the last "
+                              "two of a label.\n") +
+                  CHECKSUM_NOTE);
+    return label;
+}
+
+CLI::App* AddPad(CLI::App& app, Options& options) {
+    CLI::App* const pad =
+        app.add_subcommand("pad", "Add the byte without which the updater would fail, if any");
+    pad->add_option("FILE", options.path, "Image to pad")->required();
+    pad->add_option("-o,--output", options.out, "Write a new image instead of replacing FILE")
+        ->option_text("OUT");
+    pad->add_flag("--force", options.force, "Replace OUT");
+    pad->footer(std::string("The updater fails when the last segment of the download is exactly "
+                            "full.\n") +
+                CHECKSUM_NOTE);
+    return pad;
+}
+
+CLI::App* AddMake(CLI::App& app, Options& options) {
+    CLI::App* const make = app.add_subcommand("make", "Make a sample image for bench and tests");
+    make->add_option("--version", options.text, "Its label")->required()->option_text("TEXT");
+    make->add_option("--size", options.size, "Its size in bytes")
+        ->capture_default_str()
+        ->check(CLI::Range(static_cast<std::int64_t>(tools::LABEL_END),
+                           static_cast<std::int64_t>(HcLogical::TOTAL_LIMIT - 1)));
+    make->add_flag("--force", options.force,
+                   "Replace OUT; make an image that the updater fails on");
+    make->add_option("OUT", options.out, "File to write; - for standard output")->required();
+    return make;
+}
+
+int Run(int argc, char** argv) {
+    CLI::App app("Looks at firmware images and labels them.", PROGRAM);
+    app.require_subcommand(1);
+    app.set_version_flag("--version", BBP_VERSION);
+    app.footer(
+        "Exit status of info: 0 clean, 1 warnings, 2 unusable.\n"
+        "Exit status of the others: 0 written, 2 nothing written. 64: wrong usage.");
+    Options options;
+    CLI::App* const info = AddInfo(app, options);
+    CLI::App* const label = AddLabel(app, options);
+    CLI::App* const pad = AddPad(app, options);
+    AddMake(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        throw common::Failure(std::string(error.what()) + "; --help tells more", STATUS_USAGE);
+    }
+    if (info->parsed()) {
+        return Info(options);
+    }
+    // Who does not read what is said does not undo what is written.
+    std::signal(SIGPIPE, SIG_IGN);
+    if (label->parsed()) {
+        tools::WriteLabelled(options.path, options.text, Output(options), options.force);
+    } else if (pad->parsed()) {
+        // To standard error: the image may go to standard output.
+        std::cerr << PROGRAM << ": " << tools::WritePadded(options.path, Output(options)) << "\n";
+    } else {
+        tools::WriteSample(options.text, static_cast<std::size_t>(options.size), Output(options),
+                           options.force);
+    }
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Looks at firmware images and labels them.", "bbpimage");
-    app.require_subcommand(1);
-    app.footer(
-        "Exit status of info: 0 clean, 1 warnings, 2 unusable.\n"
-        "Exit status of label and make: 0 written, 2 nothing written. 64: wrong usage.");
-
-    std::vector<std::string> paths;
-    bool as_json = false;
-    CLI::App* const info = app.add_subcommand("info", "Tell what is in images and what is wrong");
-    info->add_option("FILE", paths, "Images to look at")->required();
-    info->add_flag("--json", as_json, "Tell it as one JSON object");
-
-    std::string path;
-    std::string text;
-    std::string out;
-    CLI::App* const label = app.add_subcommand("label", "Write the label that the updater reads");
-    label->add_option("FILE", path, "Image to label")->required();
-    label->add_option("TEXT", text, "The version, exactly as the chip reports it")->required();
-    label->add_option("-o,--output", out, "Write a new image instead of replacing FILE");
-
-    std::size_t size = sim::SAMPLE_IMAGE_SIZE;
-    CLI::App* const make = app.add_subcommand("make", "Make a sample image for bench and tests");
-    make->add_option("--version", text, "Its label")->required();
-    make->add_option("--size", size, "Its size in bytes")->capture_default_str();
-    make->add_option("OUT", out, "File to write")->required();
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : EXIT_USAGE;
-    }
-    try {
-        if (info->parsed()) {
-            return Inspect(paths, as_json);
-        }
-        if (label->parsed()) {
-            tools::WriteLabelled(path, text, out.empty() ? path : out);
-        } else if (make->parsed()) {
-            tools::WriteSample(text, size, out);
-        }
-    } catch (const std::exception& error) {
-        std::cerr << "bbpimage: " << error.what() << "\n";
-        return EXIT_FAILED;
-    }
-    return 0;
+    common::OpenMissingStandardDescriptors();
+    return common::RunProgram(PROGRAM, STATUS_FAILED, [=] { return Run(argc, argv); });
 }

@@ -107,13 +107,16 @@ TEST_F(AtomicFileTest, RefusesAFolderThatIsNotThere) {
     EXPECT_THROW(AtomicFile(folder_.Path("missing/image.bin")), common::Failure);
 }
 
-TEST_F(AtomicFileTest, LeavesNothingBehindWhenTheNameIsTakenByAFolder) {
-    std::filesystem::create_directory(folder_.Path("image.bin"));
-    {
-        AtomicFile file(folder_.Path("image.bin"));
-        EXPECT_THROW(file.Commit(), common::Failure);
+TEST_F(AtomicFileTest, ReplacesNothingButARegularFile) {
+    std::filesystem::create_directory(folder_.Path("folder"));
+    ASSERT_EQ(0, mkfifo(folder_.Path("pipe").c_str(), 0600));
+    std::filesystem::create_symlink("/dev/null", folder_.Path("device"));
+    for (const std::string name : {"folder", "pipe", "device"}) {
+        EXPECT_THROW(AtomicFile(folder_.Path(name)), common::Failure) << name;
     }
-    EXPECT_EQ(1, folder_.Count());
+    EXPECT_TRUE(S_ISFIFO(Look("pipe").st_mode));
+    EXPECT_TRUE(S_ISCHR(Look("device").st_mode));
+    EXPECT_EQ(3, folder_.Count());
 }
 
 }  // namespace

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/image/ImageContent.h"
+
+#include <algorithm>
+
+#include "tools/image/LabelField.h"
+
+namespace tools {
+
+void ImageContent::Take(const char* bytes, std::size_t size) {
+    TakeField(bytes, size);
+    TakeRuns(bytes, size);
+    size_ += size;
+}
+
+void ImageContent::TakeField(const char* bytes, std::size_t size) {
+    const std::uint64_t begin = std::max<std::uint64_t>(size_, sim::LABEL_OFFSET);
+    const std::uint64_t end = std::min<std::uint64_t>(size_ + size, LABEL_END);
+    if (begin < end) {
+        field_.append(bytes + (begin - size_), end - begin);
+    }
+}
+
+void ImageContent::TakeRuns(const char* bytes, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) {
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        if (current_.size > 0 && byte == current_.byte) {
+            ++current_.size;
+        } else if (byte == 0x00 || byte == 0xFF) {
+            current_.begin = size_ + i;
+            current_.size = 1;
+            current_.byte = byte;
+        } else {
+            current_.size = 0;
+        }
+        if (current_.size > longest_.size) {
+            longest_ = current_;
+        }
+    }
+}
+
+}  // namespace tools
