@@ -63,13 +63,17 @@ struct Recording {
 // One fault for each way in which a reply can be wrong. The updater goes on asking for the status
 // whatever comes, so that one update shows them all.
 std::vector<Fault> FaultyReplies() {
-    const std::vector<Fault> kinds = {
+    std::vector<Fault> kinds = {
         {Event::Poll, 0, Action::WrongChecksum},    {Event::Poll, 0, Action::StatusByte, 0x0C},
         {Event::Poll, 0, Action::StatusByte, 0x03}, {Event::Poll, 0, Action::CountByte, 12},
         {Event::Poll, 0, Action::CountByte, 80},    {Event::Poll, 0, Action::SetByte, 0x5A, 1},
         {Event::Poll, 0, Action::SetByte, 0x77, 3}, {Event::Poll, 0, Action::OtherReply},
         {Event::Poll, 0, Action::SetByte, 9, 11},   {Event::Poll, 0, Action::ProgramStatus, 7},
     };
+    // Each bit of the reception status that says what went wrong, and none.
+    for (const unsigned status : {0x04U, 0x08U, 0x10U, 0x20U, 0x40U, 0x80U, 0x00U}) {
+        kinds.push_back({Event::Poll, 0, Action::StatusByte, status});
+    }
     std::vector<Fault> faults;
     unsigned poll = 2;
     for (Fault fault : kinds) {
@@ -111,13 +115,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     // Long enough for two replies of each kind.
-    const sim::BurnTimes short_burn = {std::chrono::seconds(3), std::chrono::seconds(3),
-                                       std::chrono::seconds(3)};
+    const sim::BurnTimes short_burn = {std::chrono::seconds(5), std::chrono::seconds(5),
+                                       std::chrono::seconds(5)};
     // An image too short for a label is downloaded with -f, and then found to have none.
     const std::vector<Recording> recordings = {
         {"update", sim::SAMPLE_IMAGE_SIZE, {1, 4}, {}, {}, 0},
         {"segment", 3000, {1, 20}, short_burn, {}, 1},
-        {"faults", 3000, {9, 60}, short_burn, FaultyReplies(), 1},
+        {"faults", 3000, {9, 90}, short_burn, FaultyReplies(), 1},
     };
     try {
         for (const Recording& recording : recordings) {

@@ -9,6 +9,7 @@ local SYNC = 0xA5
 local HEADER_SIZE = 12
 local OVERHEAD = HEADER_SIZE + 1 -- header and checksum
 local READ_FLAG = 0x1
+-- Wireshark brings `bit` with every Lua; Lua's own `bit32` went with Lua 5.4.
 
 local OPCODES = { [0x80] = "Version", [0x83] = "Configuration", [0x84] = "Flash" }
 
@@ -272,14 +273,14 @@ local function dissect_reply(tvb, pinfo, tree)
     local items = add_header(tvb, 1, tree)
     local status_byte = tvb(8, 1)
     local status = tree:add(f.status, status_byte)
-    for _, bit in ipairs({ "ok", "count", "header", "checksum", "overflow", "opcode" }) do
-        status:add(f["status_" .. bit], status_byte)
+    for _, name in ipairs({ "ok", "count", "header", "checksum", "overflow", "opcode" }) do
+        status:add(f["status_" .. name], status_byte)
     end
     local received = status_byte:uint() % 2 == 1
     if not received then
         status:add_proto_expert_info(e.status)
     end
-    if bit32.band(status_byte:uint(), 0x02) ~= 0 then
+    if bit.band(status_byte:uint(), 0x02) ~= 0 then
         status:add_proto_expert_info(e.count_mismatch)
     end
     add_segment(tvb, 1, tree, items)
@@ -323,7 +324,7 @@ function bbp.dissector(tvb, pinfo, tree)
     local message = tvb(1):tvb()
     pinfo.cols.protocol = "BBP"
     -- The capture's flags, not the address byte, tell the direction.
-    if bit32.band(flags.value, READ_FLAG) ~= 0 then
+    if bit.band(flags.value, READ_FLAG) ~= 0 then
         dissect_reply(message, pinfo, tree:add(bbp, message(), "BBP reply"))
     else
         dissect_request(message, pinfo, tree:add(bbp, message(), "BBP request"))
