@@ -181,7 +181,9 @@ bool LineParser::Continues(std::string_view text) {
         case Open::Sending:
             is_closed = is_closed || EndsWith(WithoutPosition(text), SENDING_END);
             break;
-        default:
+        case Open::Nothing:
+        case Open::Options:
+        case Open::Position:
             is_closed = is_closed || HasPosition(text);
             break;
     }
@@ -210,9 +212,11 @@ LineParser::Open LineParser::OpenedBy(const Line& line) const {
                 return Open::Options;
             }
             return HasPosition(line.message) ? Open::Nothing : Open::Position;
-        default:
-            return Open::Nothing;
+        case BBPFLASH_LEVEL_NONE:
+        case BBPFLASH_LEVEL_WARNING:
+            break;
     }
+    return Open::Nothing;
 }
 
 }  // namespace tools

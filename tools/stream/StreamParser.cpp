@@ -120,7 +120,9 @@ void StreamParser::TakeLine(const Line& line) {
         case BBPFLASH_LINE_UNKNOWN:
             Complain(BBPFLASH_PROBLEM_UNKNOWN_LINE);
             break;
-        default:
+        case BBPFLASH_LINE_CONTINUATION:
+        case BBPFLASH_LINE_OPTIONS:
+        case BBPFLASH_LINE_DUMP:
             break;
     }
     const bool is_of_status_mode =
