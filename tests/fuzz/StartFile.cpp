@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 #include "sim/host/Shell.h"
 #include "tests/fuzz/Require.h"
@@ -41,15 +42,22 @@ void Expect(std::string* text, const std::string& beginning) {
     text->erase(0, beginning.size());
 }
 
-const std::string& Folder() {
-    static const std::string folder = [] {
-        std::string name = std::filesystem::temp_directory_path() / "start_file.XXXXXX";
-        Require(mkdtemp(name.data()) != nullptr, "a folder can be made");
-        std::atexit([] { std::filesystem::remove_all(Folder()); });
-        return name;
-    }();
-    return folder;
-}
+// A folder that goes with the process.
+class Folder {
+  public:
+    Folder() { Require(mkdtemp(name_.data()) != nullptr, "a folder can be made"); }
+    ~Folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(name_, ignored);
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    const std::string& Name() const { return name_; }
+
+  private:
+    std::string name_ = std::filesystem::temp_directory_path() / "start_file.XXXXXX";
+};
 
 }  // namespace
 
@@ -58,9 +66,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::string(reinterpret_cast<const char*>(data), size).c_str();  // to its first NUL
     setenv("HOME", home.c_str(), 1);
     setenv("SHELL", "/bin/bash", 1);
-    sim::MakeShell(Folder());
+    static const Folder folder;
+    sim::MakeShell(folder.Name());
 
-    std::ifstream file(Folder() + "/bashrc", std::ios::binary);
+    std::ifstream file(folder.Name() + "/bashrc", std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(file), {}};
     const std::string own = (home.empty() ? "/" : home) + "/.bashrc";
     Expect(&text, "if [ -r ");
