@@ -154,6 +154,7 @@ class InAShell:
                 ('bbpimage la', 'bbpimage label'),
                 ('bbpimage info fi', 'bbpimage info firmware.bin'),
                 ('bbpimage info --js', 'bbpimage info --json'),
+                ('bbpimage make --size fi', 'bbpimage make --size fi'),
                 ('bbpsim --pace w', 'bbpsim --pace wire'),
                 ('bbpsim --flash fi', 'bbpsim --flash firmware.bin'),
                 ('bbpsim --list', 'bbpsim --list-faults'),

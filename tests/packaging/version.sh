@@ -23,7 +23,7 @@ for page in "$root"/docs/man/*.1; do
 done
 same debian/changelog "$(sed -nE '1s/^bbpflash \((.*)\) .*/\1/p' "$root/debian/changelog")"
 if [[ -n "$build" ]]; then
-    for program in bbpsim bbpwatch; do
+    for program in bbpimage bbpsim bbpwatch; do
         same "$program --version" "$("$build/bin/$program" --version | sed "s/^$program //")"
     done
 fi
