@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 
 #include "common/AtomicFile.h"
 #include "common/Failure.h"
@@ -41,10 +40,11 @@ void CheckReplaceable(const std::string& path, const std::string& what) {
     } else if (errno != ENOENT) {
         throw common::ErrnoFailure(subject, errno);
     }
-    const std::filesystem::path resolved = common::FollowLinks(path);
-    const std::string folder = resolved.has_parent_path() ? resolved.parent_path().string() : ".";
-    if (access(folder.c_str(), W_OK | X_OK) != 0) {
-        throw common::ErrnoFailure(subject + ": its folder", errno);
+    // Rights do not tell all: a folder may take no file from anybody.
+    try {
+        const common::AtomicFile attempt(path);
+    } catch (const common::Failure& failure) {
+        throw common::ErrnoFailure(subject + ": its folder", failure.Error());
     }
 }
 

@@ -79,6 +79,10 @@ TEST(SimFlashFile, TellsBeforeTheStartThatItCannotBeWritten) {
     EXPECT_EQ("the flash's file " + folder.Path("") + ": Is a directory",
               ReasonAgainst(folder.Path("")));
     EXPECT_EQ("the flash's file /dev/null is no regular file", ReasonAgainst("/dev/null"));
+    EXPECT_EQ(0u, ReasonAgainst("/proc/flash").find("the flash's file /proc/flash: its folder: "))
+        << "where nobody can make a file";
+    EXPECT_EQ("", ReasonAgainst(folder.Path("flash")));
+    EXPECT_EQ(0, folder.Count());
 }
 
 TEST(SimFlashSaver, TellsWhetherTheFileHasWhatTheFlashHas) {
