@@ -64,6 +64,15 @@ TEST_F(HcLogicalFillArray, CopiesButAdvancesNothing) {
     EXPECT_EQ(Bytes(lm.txBuffer->data + 12, lm.txBuffer->data + 15), (Bytes{0x42, 8, 9}));
 }
 
+TEST_F(HcLogicalFillArray, CopiesOneByte) {
+    lm.Begin(0x84, 1);
+    unsigned char source = 7;
+
+    EXPECT_EQ(lm.Fill(&source, 1), 1);
+
+    EXPECT_EQ(lm.txBuffer->data[12], 7);
+}
+
 TEST_F(HcLogicalFillArray, CopiesUpToTheMessagesEnd) {
     lm.Begin(0x84, 2035);
     FillUpTo(2046);
