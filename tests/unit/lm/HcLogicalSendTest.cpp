@@ -142,7 +142,8 @@ TEST_F(HcLogicalGetTxMicroSec, IsWholeMillisecondsAndOneMore) {
         int microseconds;
     } cases[] = {{2048, 400000, 47000},  {0, 400000, 1000},  {14, 400000, 1000},
                  {14, 100000, 2000},     {43, 400000, 1000}, {44, 400000, 2000},
-                 {2048, 100000, 185000}, {0, 1000, 12000},   {1, 1000, 21000}};
+                 {2048, 100000, 185000}, {0, 1000, 12000},   {1, 1000, 21000},
+                 {2048, 1000, 18444000}};
     for (const auto& one : cases) {
         lm.txLength = one.length;
         EXPECT_EQ(lm.GetTxMicroSec(one.speed), one.microseconds)
