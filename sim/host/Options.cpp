@@ -180,7 +180,8 @@ void AddViewOptions(CLI::App& app, Options& options) {
         ->check(CLI::Range(1u, LAST_TRANSFER))
         ->type_name("N")
         ->capture_default_str();
-    app.add_option("--vcd-count", options.vcd_window.count, "How many are")
+    app.add_option("--vcd-count", options.vcd_window.count,
+                   "The number of transfers that are drawn")
         ->check(CLI::Range(1u, MOST_DRAWN))
         ->type_name("N")
         ->capture_default_str();

@@ -27,7 +27,8 @@ constexpr double SHORTEST_STALL = 0.1;  // seconds
 constexpr double LONGEST_STALL = 86400;
 
 const char DESCRIPTION[] =
-    "Runs an update, shows how far it is, keeps it from being cut off, and judges its end.\n\n"
+    "Runs an update, shows how far it is, keeps it from being cut off, and tells whether it\n"
+    "succeeded.\n\n"
     "  bbpwatch image.bin                updates the unit with this image\n"
     "  bbpwatch --check image.bin        looks whether it could, and touches nothing\n"
     "  bbpwatch -- bbpflash -s image.bin runs this command\n"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// bbpwatch: runs an update, shows how far it is, shields it from being cut off, and judges its end.
+// bbpwatch: runs an update, shows how far it is, keeps it from being cut off, and tells whether it
+// succeeded.
 #include <unistd.h>
 
 #include <cerrno>
