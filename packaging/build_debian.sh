@@ -7,9 +7,8 @@ set -euo pipefail
 root=$(readlink -f "$(dirname "${BASH_SOURCE[0]}")/..")
 out=$1
 rm -rf "$out"
-mkdir -p "$out/source"
+"$root/packaging/copy_sources.sh" "$out/source"
 out=$(readlink -f "$out")
-tar -C "$root" --exclude=./build --exclude=./.git --exclude=__pycache__ -cf - . | tar -C "$out/source" -xf -
 
 cd "$out/source"
 export DEB_BUILD_PROFILES="nocheck ${DEB_BUILD_PROFILES-}"

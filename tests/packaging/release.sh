@@ -20,8 +20,7 @@ gpg --batch --quiet --passphrase '' --quick-generate-key 'test <test@bbpflash.ex
 git config --global user.name test
 git config --global user.email test@bbpflash.example
 git config --global user.signingkey test@bbpflash.example
-mkdir "$work/tree"
-tar -C "$root" --exclude=./build --exclude=./.git --exclude=__pycache__ -cf - . | tar -C "$work/tree" -xf -
+"$root/packaging/copy_sources.sh" "$work/tree"
 cd "$work/tree"
 git init --quiet
 git add --all

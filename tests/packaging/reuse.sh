@@ -9,8 +9,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 # A copy without what was built: the tool knows that folder only where git does.
-mkdir "$work/tree"
-tar -C "$root" --exclude=./build --exclude=./.git --exclude=__pycache__ -cf - . | tar -C "$work/tree" -xf -
+"$root/packaging/copy_sources.sh" "$work/tree"
 cd "$work/tree"
 cmp LICENSE LICENSES/Apache-2.0.txt
 
