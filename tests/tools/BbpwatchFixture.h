@@ -26,14 +26,14 @@ class BbpwatchFixture : public testing::Test {
     using Words = system_test::Words;
 
     BbpwatchFixture() {
-        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, {folder.Path("image.bin")}, false);
-        mkfifo(folder.Path("go").c_str(), 0600);
+        tools::WriteSample("2.0.0", sim::SAMPLE_IMAGE_SIZE, {folder_.Path("image.bin")}, false);
+        mkfifo(folder_.Path("go").c_str(), 0600);
     }
 
     // bbpwatch with these arguments, a lock and a folder for logs of its own.
     Words Watch(const Words& arguments) const {
-        Words words = {"env", "TMPDIR=" + folder.Path(""),
-                       system_test::ProgramFolder() + "/bbpwatch", "--lock", folder.Path("lock")};
+        Words words = {"env", "TMPDIR=" + folder_.Path(""),
+                       system_test::ProgramFolder() + "/bbpwatch", "--lock", folder_.Path("lock")};
         words.insert(words.end(), arguments.begin(), arguments.end());
         return words;
     }
@@ -61,18 +61,18 @@ class BbpwatchFixture : public testing::Test {
     // An updater in status mode that writes `first`, waits for Go, writes `then` and, last, the
     // file "end".
     Words StandIn(const std::string& first, const std::string& then) const {
-        const std::string script = "printf '" + first + "'; read x <" + folder.Path("go") +
-                                   "; printf '" + then + "'; echo >" + folder.Path("end");
-        return {"sh", "-c", script, "bbpflash", "-s", folder.Path("image.bin")};
+        const std::string script = "printf '" + first + "'; read x <" + folder_.Path("go") +
+                                   "; printf '" + then + "'; echo >" + folder_.Path("end");
+        return {"sh", "-c", script, "bbpflash", "-s", folder_.Path("image.bin")};
     }
 
     // One that writes this and ends so.
     Words Saying(const std::string& output, int status) const {
         return {"sh",       "-c", "printf '" + output + "'; exit " + std::to_string(status),
-                "bbpflash", "-s", folder.Path("image.bin")};
+                "bbpflash", "-s", folder_.Path("image.bin")};
     }
 
-    void Go() const { folder.Write("go", "\n"); }
+    void Go() const { folder_.Write("go", "\n"); }
 
     // Waits until the program has written this.
     static void Await(const Process& process, const std::string& text) {
@@ -82,14 +82,14 @@ class BbpwatchFixture : public testing::Test {
     }
 
     bool Exists(const std::string& name) const {
-        return std::filesystem::exists(folder.Path(name));
+        return std::filesystem::exists(folder_.Path(name));
     }
 
     // The events in this output, all of which keep to the schema and the last of which alone is the
     // end.
     std::vector<nlohmann::json> Events(const std::string& output) const {
         const Outcome check = system_test::RunToEnd(
-            {"python3", EVENT_VALIDATOR, EVENT_SCHEMA, folder.Write("events", output)});
+            {"python3", EVENT_VALIDATOR, EVENT_SCHEMA, folder_.Write("events", output)});
         EXPECT_EQ(0, check.status) << check.out << check.err;
         std::vector<nlohmann::json> events;
         std::istringstream lines(output);
@@ -99,7 +99,7 @@ class BbpwatchFixture : public testing::Test {
         return events;
     }
 
-    TemporaryFolder folder;
+    TemporaryFolder folder_;
 };
 
 // What updaters write before, in and after the burn.

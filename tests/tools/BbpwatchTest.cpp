@@ -14,15 +14,15 @@ class Bbpwatch : public BbpwatchFixture {};
 
 TEST_F(Bbpwatch, WatchesAWholeUpdateInTheSimulatedHeadUnit) {
     const Words unit = {ProgramFolder() + "/bbpsim", "--pace", "none", "--burn", "1,1,1", "--flash",
-                        folder.Path("flash"),        "--"};
+                        folder_.Path("flash"),       "--"};
     const Outcome outcome =
-        system_test::RunToEnd(unit + Command({"--log", folder.Path("log")},
-                                             {"bbpflash", "-s", folder.Path("image.bin")}));
+        system_test::RunToEnd(unit + Command({"--log", folder_.Path("log")},
+                                             {"bbpflash", "-s", folder_.Path("image.bin")}));
     EXPECT_EQ(0, outcome.status) << outcome.out << outcome.err;
     EXPECT_NE(std::string::npos, outcome.out.find("bbpwatch: program: do not switch off\n"));
     EXPECT_NE(std::string::npos, outcome.out.find("bbpwatch: updated and verified"));
-    EXPECT_NE(std::string::npos, folder.Read("log").find(" DONE\n"));
-    EXPECT_EQ(folder.Read("image.bin"), folder.Read("flash"));
+    EXPECT_NE(std::string::npos, folder_.Read("log").find(" DONE\n"));
+    EXPECT_EQ(folder_.Read("image.bin"), folder_.Read("flash"));
 }
 
 TEST_F(Bbpwatch, EndsTheUpdateWhenItIsInterruptedDuringTheDownload) {
@@ -67,17 +67,17 @@ TEST_F(Bbpwatch, LeavesTheUpdaterAndItsLockAliveWhenItIsKilled) {
 }
 
 TEST_F(Bbpwatch, OutlivesTheReaderOfItsOutput) {
-    const std::string pipeline = ProgramFolder() + "/bbpwatch --lock " + folder.Path("lock") +
-                                 " --log " + folder.Path("log") +
+    const std::string pipeline = ProgramFolder() + "/bbpwatch --lock " + folder_.Path("lock") +
+                                 " --log " + folder_.Path("log") +
                                  " -- sh -c \"$SCRIPT\" bbpflash "
                                  "-s " +
-                                 folder.Path("image.bin") + " | head -n 1";
+                                 folder_.Path("image.bin") + " | head -n 1";
     const std::string script = StandIn(BURNING, BURNT)[2];
     Process process({"env", "SCRIPT=" + script, "sh", "-c", pipeline});
     Await(process, "download");
     Go();
     process.Wait();
-    while (folder.Read("log").find("updated and verified") == std::string::npos) {
+    while (folder_.Read("log").find("updated and verified") == std::string::npos) {
         usleep(2000);
     }
     EXPECT_TRUE(Exists("end"));
@@ -99,8 +99,8 @@ TEST_F(Bbpwatch, ReportsMissingProgressAndTrustsTheSuccessAfterIt) {
 }
 
 TEST_F(Bbpwatch, StartsNoUpdateThatCannotSucceed) {
-    folder.Write("short.bin", "too short");
-    const Words updater = {"touch", folder.Path("started"), folder.Path("short.bin")};
+    folder_.Write("short.bin", "too short");
+    const Words updater = {"touch", folder_.Path("started"), folder_.Path("short.bin")};
     EXPECT_EQ(65, system_test::RunToEnd(Command({}, updater)).status);
     EXPECT_FALSE(Exists("started"));
     EXPECT_EQ(76, system_test::RunToEnd(Command({"--no-check"}, updater)).status);

@@ -39,17 +39,17 @@ TEST_F(BbpwatchTrouble, ShowsItsUsageAtATerminalWhenItHasNothingToDo) {
 
 TEST_F(BbpwatchTrouble, KeepsItsLockWhenItIsStartedWithoutStandardStreams) {
     for (const char* closed : {"exec <&-", "exec >&-", "exec <&- >&- 2>&-"}) {
-        std::filesystem::remove(folder.Path("lock"));
+        std::filesystem::remove(folder_.Path("lock"));
         Process process(Words{"sh", "-c", std::string(closed) + "; exec \"$0\" \"$@\""} +
                         Command({}, StandIn(BURNING, BURNT)));
-        while (!Exists("lock") || folder.Read("lock").empty()) {
+        while (!Exists("lock") || folder_.Read("lock").empty()) {
             usleep(2000);
         }
         const Outcome second = system_test::RunToEnd(Command({}, {"true"}));
         EXPECT_EQ(75, second.status) << closed;
         Go();
         EXPECT_EQ(0, process.Wait().status) << closed;
-        EXPECT_EQ(std::string::npos, folder.Read("lock").find_first_not_of("0123456789\n"));
+        EXPECT_EQ(std::string::npos, folder_.Read("lock").find_first_not_of("0123456789\n"));
     }
 }
 
@@ -58,7 +58,7 @@ TEST_F(BbpwatchTrouble, NamesTheHolderOfTheLock) {
     Await(process, "erase");
     const Outcome second = system_test::RunToEnd(Command({"--json"}, {"true"}));
     EXPECT_EQ(75, second.status);
-    EXPECT_NE(std::string::npos, second.err.find(folder.Path("lock") + " is locked by processes " +
+    EXPECT_NE(std::string::npos, second.err.find(folder_.Path("lock") + " is locked by processes " +
                                                  std::to_string(process.Id()) + " and "))
         << second.err;
     EXPECT_EQ("taken", Events(second.out).back()["reason"]);
@@ -74,7 +74,7 @@ TEST_F(BbpwatchTrouble, LearnsOfTheEndWhenTheEndsOfChildrenAreIgnored) {
 
 TEST_F(BbpwatchTrouble, LetsSimulatedUnitsUpdateSideBySide) {
     const std::string watch = system_test::ProgramFolder() + "/bbpwatch";
-    const Words update = Simulated({}, {watch, folder.Path("image.bin")});
+    const Words update = Simulated({}, {watch, folder_.Path("image.bin")});
     Process first(update);
     Process second(update);
     EXPECT_EQ(0, first.Wait().status);

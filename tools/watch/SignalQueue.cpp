@@ -15,8 +15,6 @@ SignalQueue::SignalQueue() {
     for (const int number : {SIGPIPE, SIGTSTP, SIGTTIN, SIGTTOU}) {
         std::signal(number, SIG_IGN);
     }
-    // Whoever started us may ignore the ends of children, and then nobody could wait for one.
-    std::signal(SIGCHLD, SIG_DFL);
     sigset_t awaited;
     sigemptyset(&awaited);
     for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGCHLD, SIGWINCH}) {

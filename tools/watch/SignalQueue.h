@@ -10,7 +10,8 @@ namespace tools {
 
 // Lets signals be waited for: interrupt, quit, terminate, hang-up, the end of a child, another size
 // of the terminal. They are blocked from then on; broken pipe and the terminal's job control are
-// ignored. There is one for the whole process, for the rest of its life.
+// ignored. The ends of children must not be. There is one for the whole process, for the rest of
+// its life.
 class SignalQueue {
   public:
     // Throws common::Failure.
