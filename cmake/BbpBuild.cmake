@@ -42,6 +42,16 @@ function(bbp_core_target target)
     endif()
 endfunction()
 
+# bbp_measure_lines(): in a build that measures the tools, too, what is added from here on counts its
+# lines.
+macro(bbp_measure_lines)
+    if(BBP_COVERAGE AND BBP_TOOLS)
+        add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fprofile-instr-generate>
+                            $<$<COMPILE_LANGUAGE:CXX>:-fcoverage-mapping>)
+        add_link_options(-fprofile-instr-generate)
+    endif()
+endmacro()
+
 # bbp_target(<target>): a target of the simulator, the tools or the tests, C++17.
 function(bbp_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 17)

@@ -31,7 +31,7 @@ def make_materials(tools):
     full = 457 * 2035 - 1  # with a command's byte before it, as many full segments
     for name, label, size in (("old.bin", "1.0.0", 930000), ("new.bin", "2.0.0", 930000),
                               ("full.bin", "1.0.0", full)):
-        subprocess.run([tools.programs / "bbpimage", "make", "--version", label, "--size",
+        subprocess.run([tools.programs / "bbpimage", "make", "--force", "--version", label, "--size",
                         str(size), tools.materials / name], check=True)
 
 

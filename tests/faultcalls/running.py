@@ -40,6 +40,7 @@ class Seen:
     late: bool = False
     left: list = dataclasses.field(default_factory=list)  # processes that had to be ended
     struck: str = ""  # strace's line of the call that the fault befell; empty if none was
+    struck_tasks: int = 0  # threads and forks that made so many of these calls
     out: str = ""
     err: str = ""
 
@@ -120,6 +121,15 @@ def _struck(trace, fault):
     return ""
 
 
+def _struck_tasks(trace, fault):
+    each = collections.Counter()
+    with contextlib.suppress(FileNotFoundError):
+        for line in trace.read_text(errors="replace").splitlines():
+            if (found := _CALL.match(line)) and found[2] == fault.call:
+                each[found[1]] += 1
+    return sum(count >= fault.nth for count in each.values())
+
+
 def run(tools, scenario, fault, folder):
     """Runs the scenario in `folder`, which is empty."""
     (folder / "tmp").mkdir()
@@ -133,6 +143,7 @@ def run(tools, scenario, fault, folder):
     seen.read_result(folder / "result")
     if fault is not None:
         seen.struck = _struck(folder / "trace", fault)
+        seen.struck_tasks = _struck_tasks(folder / "trace", fault)
     seen.out = (folder / "out").read_text(errors="replace")
     seen.err = (folder / "err").read_text(errors="replace")
     return seen
