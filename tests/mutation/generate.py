@@ -87,6 +87,9 @@ def deletions(text, found):
     for index, (kind, token, start) in enumerate(found):
         begins = previous in (";", "{", "}", ":") and kind == "word"
         previous = token
+        if token == "break" and [word for _, word, _ in found[max(index - 2, 0):index]] == \
+                ["default", ":"]:
+            continue
         if not begins or token in NOT_A_CALL:
             continue
         end = next((at for _, other, at in found[index:] if other == ";"), None)

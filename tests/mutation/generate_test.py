@@ -44,6 +44,10 @@ class Mutants(unittest.TestCase):
         self.assertEqual(changes("{ a = b; }", "deletion"), ["{ ; }"])
         self.assertEqual(changes("{ break; }", "deletion"), ["{ ; }"])
 
+    def test_break_of_the_default_case_stays(self):
+        self.assertEqual(changes("case A: break; default: break;", "deletion"),
+                         ["case A: ; default: break;"])
+
     def test_declaration_and_return_stay(self):
         self.assertEqual(changes("{ const int a = b; }", "deletion"), [])
         self.assertEqual(changes("{ Text a(b); }", "deletion"), [])
