@@ -162,7 +162,7 @@ class Sigrok(unittest.TestCase):
             'opcode is not the request\'s',
             'segment is not the request\'s',
             'not received: header missing',
-            'not received: checksum does not match',
+            'not received: checksum mismatch',
             'not received: overflow',
             'not received: unknown opcode',
             'not received: unknown opcode',
