@@ -5,7 +5,7 @@
 # lint.sh --list text|compiling: the checks of the text, or those that compile.
 set -euo pipefail
 
-text_checks=(conditionals format licence links paths relied_on scripts)
+text_checks=(conditionals format length licence links paths relied_on scripts)
 compiling_checks=(headers naming-tests sources tidy-common tidy-sim tidy-src tidy-tools)
 
 check=$1

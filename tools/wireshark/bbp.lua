@@ -26,13 +26,8 @@ local FUNCTIONS = {
 }
 
 local PGM_WRITE_STATUS = {
-    [1] = "complete",
-    [2] = "verification failed",
-    [3] = "idle",
-    [4] = "erasing",
-    [5] = "programming",
-    [6] = "verifying",
-    [7] = "security mismatch",
+    [1] = "complete", [2] = "verification failed", [3] = "idle", [4] = "erasing",
+    [5] = "programming", [6] = "verifying", [7] = "security mismatch",
     [8] = "single tuner image on dual tuner flash",
     [9] = "dual tuner image on single tuner flash",
 }
@@ -120,33 +115,20 @@ local function sum(tvb, offset, available)
     return total % 256
 end
 
-local function add_header(tvb, offset, tree)
+-- Adds the header at `offset`; `byte_7` is the field that its byte 7 is. Returns the values and the
+-- items of its fields by name.
+local function add_header(tvb, offset, tree, byte_7)
     local sync = tree:add(f.sync, tvb(offset, 2))
     if tvb(offset, 1):uint() ~= SYNC or tvb(offset + 1, 1):uint() ~= SYNC then
         sync:add_proto_expert_info(e.sync)
     end
-    return {
-        count = tree:add(f.count, tvb(offset + 2, 1)),
-        instance = tree:add(f.instance, tvb(offset + 3, 1)),
-        length = tree:add_le(f.length, tvb(offset + 4, 2)),
-        opcode = tree:add(f.opcode, tvb(offset + 6, 1)),
-    }
-end
-
-local function read_header(tvb, offset)
-    return {
-        count = tvb(offset + 2, 1):uint(),
-        instance = tvb(offset + 3, 1):uint(),
-        length = tvb(offset + 4, 2):le_uint(),
-        opcode = tvb(offset + 6, 1):uint(),
-        num_segs = tvb(offset + 8, 2):le_uint(),
-        curr_seg = tvb(offset + 10, 2):le_uint(),
-    }
-end
-
-local function add_segment(tvb, offset, tree, items)
-    items.num_segs = tree:add_le(f.num_segs, tvb(offset + 8, 2))
-    items.curr_seg = tree:add_le(f.curr_seg, tvb(offset + 10, 2))
+    local values, items = {}, {}
+    for _, field in ipairs({ { "count", 2, 1 }, { "instance", 3, 1 }, { "length", 4, 2 },
+        { "opcode", 6, 1 }, { byte_7, 7, 1 }, { "num_segs", 8, 2 }, { "curr_seg", 10, 2 } }) do
+        local name, range = field[1], tvb(offset + field[2], field[3])
+        values[name], items[name] = range:le_uint(), tree:add_le(f[name], range)
+    end
+    return values, items
 end
 
 -- `size` is the bytes of the LM as transferred; the checksum is the last of them. Returns whether it
@@ -177,7 +159,7 @@ local function dissect_request(tvb, pinfo, tree)
         pinfo.cols.info = "BBP request, cut short"
         return
     end
-    local header = read_header(tvb, 0)
+    local header, items = add_header(tvb, 0, tree, "abort")
     -- A reader of two passes may look at nothing in the first.
     if requests[pinfo.number] == nil then
         -- Only the first segment carries the function byte.
@@ -191,10 +173,6 @@ local function dissect_request(tvb, pinfo, tree)
         last_request = pinfo.number
     end
     local request = requests[pinfo.number]
-
-    local items = add_header(tvb, 0, tree)
-    tree:add(f.abort, tvb(7, 1))
-    add_segment(tvb, 0, tree, items)
     -- A download's first segment leaves its function byte out of the length.
     local first_of_download = request.func == 0x04 and header.curr_seg == 0
     if header.length ~= size and not (first_of_download and header.length == size - 1) then
@@ -269,24 +247,20 @@ local function dissect_reply(tvb, pinfo, tree)
         size = available
     end
 
-    local header = read_header(tvb, 1)
-    local items = add_header(tvb, 1, tree)
-    local status_byte = tvb(8, 1)
-    local status = tree:add(f.status, status_byte)
+    local header, items = add_header(tvb, 1, tree, "status")
+    local status = items.status
     for _, name in ipairs({ "ok", "count", "header", "checksum", "overflow", "opcode" }) do
-        status:add(f["status_" .. name], status_byte)
+        status:add(f["status_" .. name], tvb(8, 1))
     end
-    local received = status_byte:uint() % 2 == 1
+    local received = bit.band(header.status, 0x01) ~= 0
     if not received then
         status:add_proto_expert_info(e.status)
     end
-    if bit.band(status_byte:uint(), 0x02) ~= 0 then
+    if bit.band(header.status, 0x02) ~= 0 then
         status:add_proto_expert_info(e.count_mismatch)
     end
-    add_segment(tvb, 1, tree, items)
     local meaning = add_reply_payload(tvb, 1, size, request, tree)
     local right = add_checksum(tvb, 1, size, available, tree)
-
     local text = "Reply"
     if request then
         for _, name in ipairs(ECHOED) do
@@ -301,18 +275,9 @@ local function dissect_reply(tvb, pinfo, tree)
     else
         tree:add_proto_expert_info(e.no_request)
     end
-    if meaning then
-        text = text .. ", " .. meaning
-    elseif received then
-        text = text .. ", received"
-    end
-    if not received then
-        text = text .. ", NOT received"
-    end
-    if not right then
-        text = text .. ", wrong checksum"
-    end
-    pinfo.cols.info = text
+    meaning = meaning or (received and "received")
+    pinfo.cols.info = text .. (meaning and ", " .. meaning or "")
+        .. (received and "" or ", NOT received") .. (right and "" or ", wrong checksum")
 end
 
 function bbp.dissector(tvb, pinfo, tree)
