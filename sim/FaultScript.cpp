@@ -51,6 +51,18 @@ void SetTreatment(Strike* strike, Treatment treatment) {
     }
 }
 
+void AddToBurn(const Fault& fault, BurnPlan* burn) {
+    if (fault.action == Action::RejectImage) {
+        burn->reject_image = true;
+    } else if (fault.action == Action::VerifyFails) {
+        burn->verify_fails = true;
+    } else if (fault.action == Action::DieErasing) {
+        SetOnce(&burn->die_erasing, fault.value);
+    } else {
+        SetOnce(&burn->die_programming, fault.value);
+    }
+}
+
 // Adds one fault to what happens.
 void Add(const Fault& fault, Strike* strike) {
     const int error = static_cast<int>(fault.value);
@@ -80,15 +92,10 @@ void Add(const Fault& fault, Strike* strike) {
         case Action::SlowStart:
             return SetOnce<Duration>(&strike->start_up, std::chrono::milliseconds(fault.value));
         case Action::RejectImage:
-            strike->burn.reject_image = true;
-            return;
         case Action::VerifyFails:
-            strike->burn.verify_fails = true;
-            return;
         case Action::DieErasing:
-            return SetOnce(&strike->burn.die_erasing, fault.value);
         case Action::DieProgramming:
-            return SetOnce(&strike->burn.die_programming, fault.value);
+            return AddToBurn(fault, &strike->burn);
         case Action::Busy:
             // The burn was held before the poll came.
         case Action::FlipBit:

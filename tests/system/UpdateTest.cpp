@@ -84,6 +84,19 @@ TEST(SystemUpdate, TellsTheInstalledVersionAndTouchesNothing) {
     EXPECT_FALSE(runs->HasFlash("info"));
 }
 
+// What the polls of a burn tell: each what it found; how many there are is a matter of time.
+std::regex ToldByPolls() {
+    std::string phases;
+    for (const char* const phase : {"erasing old", "programming new", "verifying new"}) {
+        const std::string found =
+            std::string("bbpflash INF: ") + phase + " flash contents @HdChip\\.cpp:N\n";
+        const std::string told = std::string("bbpflash MSG: BBP is ") + phase +
+                                 " flash contents \\(do not interrupt!\\) @HdChip\\.cpp:N\n";
+        phases += found + told + "(" + found + ")*";
+    }
+    return std::regex(phases);
+}
+
 TEST(SystemUpdate, ShowsEverythingWithSixV) {
     const Outcome& outcome = runs->Of("verbose");
     EXPECT_EQ(0, outcome.status);
@@ -125,19 +138,9 @@ TEST(SystemUpdate, ShowsEverythingWithSixV) {
     EXPECT_EQ(Lines(start), out.substr(0, Lines(start).size()));
     EXPECT_EQ(Lines(end), out.substr(out.size() - Lines(end).size()));
 
-    // In between, each poll tells what it found; how many there are is a matter of time.
     const std::string polls =
         out.substr(Lines(start).size(), out.size() - Lines(start).size() - Lines(end).size());
-    std::string phases;
-    for (const char* const phase : {"erasing old", "programming new", "verifying new"}) {
-        const std::string found = std::string("bbpflash INF: ") + phase +
-                                  " flash contents "
-                                  "@HdChip\\.cpp:N\n";
-        const std::string told = std::string("bbpflash MSG: BBP is ") + phase +
-                                 " flash contents \\(do not interrupt!\\) @HdChip\\.cpp:N\n";
-        phases += found + told + "(" + found + ")*";
-    }
-    EXPECT_TRUE(std::regex_match(polls, std::regex(phases))) << polls;
+    EXPECT_TRUE(std::regex_match(polls, ToldByPolls())) << polls;
 }
 
 TEST(SystemUpdate, ProgramsWhatIsInstalledAlreadyWhenForced) {

@@ -30,8 +30,8 @@ ContentAdvice MakeContent(Content content, const std::string& code, const std::s
     return advice;
 }
 
-// Failures that the updater tells by its first error.
-std::vector<Advice> Told() {
+// Failures that the updater tells by its first error: on its way to the chip.
+std::vector<Advice> ToldOfTheWay() {
     return {
         Make("no-image", {"Please try \"use bbpflash\""},
              "The updater was started without an image.", "Name the image: bbpwatch image.bin."),
@@ -64,6 +64,12 @@ std::vector<Advice> Told() {
              "Make sure that no other program uses the bus. Then run the update again."),
         Make("version", {"Unable to get installed version"}, "The chip did not tell its version.",
              "Run bbpwatch --force image.bin: it programs without the version."),
+    };
+}
+
+// Likewise, with the image.
+std::vector<Advice> ToldOfTheImage() {
+    return {
         Make("image-read",
              {"opening bin file", "seeking bin file label", "reading bin file label",
               "opening binary file", "seeking end of file", "getting file size",
@@ -121,10 +127,11 @@ std::vector<Advice> Untold() {
     };
 }
 
-std::vector<Advice> Both() {
-    std::vector<Advice> all = Told();
-    const std::vector<Advice> untold = Untold();
-    all.insert(all.end(), untold.begin(), untold.end());
+std::vector<Advice> Together() {
+    std::vector<Advice> all;
+    for (const std::vector<Advice>& some : {ToldOfTheWay(), ToldOfTheImage(), Untold()}) {
+        all.insert(all.end(), some.begin(), some.end());
+    }
     return all;
 }
 
@@ -156,7 +163,7 @@ const ContentAdvice& AdviceFor(Content content) {
 }
 
 const std::vector<Advice>& AllAdvice() {
-    static const std::vector<Advice> ALL = Both();
+    static const std::vector<Advice> ALL = Together();
     return ALL;
 }
 
