@@ -63,11 +63,29 @@ std::string Sentence(const WatchEvent& event, int width = 0) {
     return common::Join(Wrap("bbpwatch: " + common::Escape(event.text), Columns(width)), "\n");
 }
 
-bool IsForPeople(const WatchEvent& event) {
-    return !event.is_detail && !event.text.empty();
-}
-
 }  // namespace
+
+void PeopleReporter::Report(const WatchEvent& event) {
+    switch (event.kind) {
+        case WatchEvent::Kind::Start:
+            return OnStart(event);
+        case WatchEvent::Kind::Phase:
+            return OnPhase(event);
+        case WatchEvent::Kind::Progress:
+            return OnProgress(event);
+        case WatchEvent::Kind::Message:
+        case WatchEvent::Kind::Note:
+        case WatchEvent::Kind::Problem:
+        case WatchEvent::Kind::Stall:
+        case WatchEvent::Kind::Check:
+            if (!event.is_detail && !event.text.empty()) {
+                OnText(event);
+            }
+            return;
+        case WatchEvent::Kind::End:
+            return OnEnd(event);
+    }
+}
 
 // Draws `text` in the place of the moving line. The cursor rests at that line's beginning, so all
 // the rows that a resize has made of it are below.
@@ -81,29 +99,25 @@ void TerminalReporter::PrintAbove(const std::string& line, const Progress& progr
     Refresh(progress);
 }
 
-void TerminalReporter::Report(const WatchEvent& event) {
-    switch (event.kind) {
-        case WatchEvent::Kind::Start:
-            sink_(HIDE_CURSOR);
-            Refresh(event.progress);
-            break;
-        case WatchEvent::Kind::End:
-            Draw(Sentence(event, width_() - 1) + "\n" + SHOW_CURSOR, width_());
-            break;
-        case WatchEvent::Kind::Phase:
-        case WatchEvent::Kind::Progress:
-            Refresh(event.progress);
-            break;
-        case WatchEvent::Kind::Message:
-        case WatchEvent::Kind::Note:
-        case WatchEvent::Kind::Problem:
-        case WatchEvent::Kind::Stall:
-        case WatchEvent::Kind::Check:
-            if (IsForPeople(event)) {
-                PrintAbove(Sentence(event, width_() - 1), event.progress);
-            }
-            break;
-    }
+void TerminalReporter::OnStart(const WatchEvent& event) {
+    sink_(HIDE_CURSOR);
+    Refresh(event.progress);
+}
+
+void TerminalReporter::OnPhase(const WatchEvent& event) {
+    Refresh(event.progress);
+}
+
+void TerminalReporter::OnProgress(const WatchEvent& event) {
+    Refresh(event.progress);
+}
+
+void TerminalReporter::OnText(const WatchEvent& event) {
+    PrintAbove(Sentence(event, width_() - 1), event.progress);
+}
+
+void TerminalReporter::OnEnd(const WatchEvent& event) {
+    Draw(Sentence(event, width_() - 1) + "\n" + SHOW_CURSOR, width_());
 }
 
 void TerminalReporter::Refresh(const Progress& progress) {
@@ -113,36 +127,27 @@ void TerminalReporter::Refresh(const Progress& progress) {
     }
 }
 
-void PlainReporter::Report(const WatchEvent& event) {
-    switch (event.kind) {
-        case WatchEvent::Kind::Start:
-            break;
-        case WatchEvent::Kind::Phase:
-            last_tenth_ = 0;
-            if (event.progress.phase != BBPFLASH_PHASE_ENDED) {
-                sink_(Sentence(event) + "\n");
-            }
-            break;
-        case WatchEvent::Kind::Progress:
-            if (event.progress.phase == BBPFLASH_PHASE_DOWNLOAD &&
-                event.progress.percent / 10 > last_tenth_) {
-                last_tenth_ = event.progress.percent / 10;
-                sink_("bbpwatch: " + std::to_string(event.progress.percent) + "%\n");
-            }
-            break;
-        case WatchEvent::Kind::End:
-            sink_(Sentence(event) + "\n");
-            break;
-        case WatchEvent::Kind::Message:
-        case WatchEvent::Kind::Note:
-        case WatchEvent::Kind::Problem:
-        case WatchEvent::Kind::Stall:
-        case WatchEvent::Kind::Check:
-            if (IsForPeople(event)) {
-                sink_(Sentence(event) + "\n");
-            }
-            break;
+void PlainReporter::OnPhase(const WatchEvent& event) {
+    last_tenth_ = 0;
+    if (event.progress.phase != BBPFLASH_PHASE_ENDED) {
+        sink_(Sentence(event) + "\n");
     }
+}
+
+void PlainReporter::OnProgress(const WatchEvent& event) {
+    const int tenth = event.progress.percent / 10;
+    if (event.progress.phase == BBPFLASH_PHASE_DOWNLOAD && tenth > last_tenth_) {
+        last_tenth_ = tenth;
+        sink_("bbpwatch: " + std::to_string(event.progress.percent) + "%\n");
+    }
+}
+
+void PlainReporter::OnText(const WatchEvent& event) {
+    sink_(Sentence(event) + "\n");
+}
+
+void PlainReporter::OnEnd(const WatchEvent& event) {
+    sink_(Sentence(event) + "\n");
 }
 
 void LogReporter::Report(const WatchEvent& event) {

@@ -13,17 +13,35 @@ namespace tools {
 // Where a reporter's text goes.
 using TextSink = std::function<void(const std::string&)>;
 
+// Sorts what happens for those who tell it to a person: what is only a detail reaches none of them.
+class PeopleReporter : public Reporter {
+  public:
+    void Report(const WatchEvent& event) final;
+
+  private:
+    virtual void OnStart(const WatchEvent&) {}
+    virtual void OnPhase(const WatchEvent& event) = 0;
+    virtual void OnProgress(const WatchEvent& event) = 0;
+    virtual void OnText(const WatchEvent& event) = 0;
+    virtual void OnEnd(const WatchEvent& event) = 0;
+};
+
 // One line that stays at the terminal's bottom and moves, everything else above it.
-class TerminalReporter : public Reporter {
+class TerminalReporter : public PeopleReporter {
   public:
     // `width` tells the terminal's columns each time it is asked.
     TerminalReporter(TextSink sink, std::function<int()> width, bool colour)
         : sink_(std::move(sink)), width_(std::move(width)), has_colour_(colour) {}
 
-    void Report(const WatchEvent& event) override;
     void Refresh(const Progress& progress) override;
 
   private:
+    void OnStart(const WatchEvent& event) override;
+    void OnPhase(const WatchEvent& event) override;
+    void OnProgress(const WatchEvent& event) override;
+    void OnText(const WatchEvent& event) override;
+    void OnEnd(const WatchEvent& event) override;
+
     void Draw(const std::string& text, int columns);
     void PrintAbove(const std::string& line, const Progress& progress);
 
@@ -35,13 +53,16 @@ class TerminalReporter : public Reporter {
 
 // Plain lines without any control character, for files and pipes: phases, every tenth per cent,
 // messages.
-class PlainReporter : public Reporter {
+class PlainReporter : public PeopleReporter {
   public:
     explicit PlainReporter(TextSink sink) : sink_(std::move(sink)) {}
 
-    void Report(const WatchEvent& event) override;
-
   private:
+    void OnPhase(const WatchEvent& event) override;
+    void OnProgress(const WatchEvent& event) override;
+    void OnText(const WatchEvent& event) override;
+    void OnEnd(const WatchEvent& event) override;
+
     const TextSink sink_;
     int last_tenth_ = 0;
 };
