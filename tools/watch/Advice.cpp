@@ -182,7 +182,8 @@ const Advice& AdviceForMessage(std::string_view message) {
             std::any_of(advice.messages.begin(), advice.messages.end(), [&](const auto& beginning) {
                 // Only this one begins with a number.
                 return common::StartsWith(message, beginning) ||
-                       (advice.code == "too-large" && message.find(beginning) != message.npos);
+                       (advice.code == "too-large" &&
+                        message.find(beginning) != std::string_view::npos);
             });
         if (is_told) {
             return advice;
