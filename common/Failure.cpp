@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/Failure.h"
 
+#include <csignal>
 #include <cstdio>
 #include <system_error>
 
@@ -13,6 +14,7 @@ Failure ErrnoFailure(const std::string& what, int error, std::optional<int> stat
 }
 
 int RunProgram(const char* program, int usual_status, const std::function<int()>& body) {
+    std::signal(SIGCHLD, SIG_DFL);
     try {
         return body();
     } catch (const Failure& failure) {

@@ -35,6 +35,7 @@ Failure ErrnoFailure(const std::string& what, int error, std::optional<int> stat
 
 // What a program's main is: runs `body` and returns its result. What it throws is printed to
 // standard error as "program: reason"; the result is then the Failure's status, or `usual_status`.
+// The ends of children can be waited for, even if whoever started the program ignores them.
 int RunProgram(const char* program, int usual_status, const std::function<int()>& body);
 
 }  // namespace common

@@ -12,8 +12,6 @@ const int PASSED_SIGNALS[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2
 }  // namespace
 
 Child::Child() {
-    // Who started this program may have ignored it; then nobody would be told of the child's end.
-    std::signal(SIGCHLD, SIG_DFL);
     sigemptyset(&watched_);
     sigaddset(&watched_, SIGCHLD);
     for (const int signal : PASSED_SIGNALS) {

@@ -35,14 +35,19 @@ const char DESCRIPTION[] =
     "  bbpflash -s image.bin | bbpwatch  judges these lines; it cannot protect that updater\n";
 
 const char STATUSES[] =
-    "The exit status is 0 when the unit has the firmware of the image, and else the updater's "
-    "own,\n"
-    "or: 64 wrong usage, 65 the image cannot be used, 69 not ready (--check), 71 a failure of the\n"
-    "system, 74 the events cannot be written, 75 another update runs on this bus, 76 the outcome "
-    "is\n"
-    "in doubt, 77 the chip refuses the image, 126 and 127 the updater was not started, 128 and "
-    "more:\n"
-    "ended by a signal, or on request.";
+    "The exit status is 0 when the unit has the firmware of the image, and else\n"
+    "the updater's own, or:\n"
+    "  64   wrong usage\n"
+    "  65   the image cannot be used\n"
+    "  69   not ready (--check)\n"
+    "  71   a failure of the system\n"
+    "  74   the events cannot be written\n"
+    "  75   another update runs on this bus\n"
+    "  76   the outcome is in doubt\n"
+    "  77   the chip refuses the image\n"
+    "  126  the updater cannot be executed\n"
+    "  127  the updater was not found\n"
+    "  128+ ended by a signal, or on request";
 
 void AddOptions(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "bbpwatch " BBP_VERSION);

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -194,8 +193,6 @@ int RunAndTell(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     common::OpenMissingStandardDescriptors();
-    // Whoever started us may ignore the ends of children, and then nobody could wait for one.
-    std::signal(SIGCHLD, SIG_DFL);
     return common::RunProgram("bbpwatch", tools::STATUS_SYSTEM,
                               [&] { return RunAndTell(argc, argv); });
 }

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "common/Failure.h"
+#include "common/Spawn.h"
 
 namespace {
 
@@ -29,6 +31,12 @@ TEST(RunProgram, ReturnsWhatTheProgramDoes) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(RunProgram("x", USUAL, [] { return 4; }), 4);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(RunProgram, CanWaitForChildrenWhoeverStartedIt) {
+    std::signal(SIGCHLD, SIG_IGN);
+    const auto wait_for_a_child = [] { return common::WaitForEnd(common::Fork([] { return 5; })); };
+    EXPECT_EQ(RunProgram("x", USUAL, wait_for_a_child), 5);
 }
 
 TEST(RunProgram, PrintsTheReasonAndReturnsItsStatus) {
