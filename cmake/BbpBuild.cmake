@@ -59,6 +59,27 @@ function(bbp_target target)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
+# bbp_find_headers(<package> <target> <header>): a package of headers alone, which are the same for all
+# systems: where the one that is built for has it not, this machine's are taken. The compiler is shown
+# that package's folder and none of its neighbours.
+function(bbp_find_headers package target header)
+    if(NOT CMAKE_CROSSCOMPILING)
+        find_package(${package} REQUIRED)
+        return()
+    endif()
+    find_package(${package} QUIET)
+    if(TARGET ${target})
+        return()
+    endif()
+    find_path(${package}_HEADERS ${header} REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+    get_filename_component(folder ${header} DIRECTORY)
+    file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/headers")
+    file(CREATE_LINK "${${package}_HEADERS}/${folder}" "${PROJECT_BINARY_DIR}/headers/${folder}"
+        SYMBOLIC)
+    add_library(${target} INTERFACE IMPORTED)
+    target_include_directories(${target} INTERFACE "${PROJECT_BINARY_DIR}/headers")
+endfunction()
+
 # What is shipped, and nothing else.
 add_custom_target(bbp_programs)
 

@@ -25,6 +25,9 @@ configure updater -DBBP_TOOLS=OFF -DBBP_SIM=OFF -DBBP_TESTS=OFF || { cat "$work/
 has updater bin/bbpflash
 configure tools -DBBP_SIM=OFF -DBBP_TESTS=OFF || { cat "$work/log" && exit 1; }
 has tools bin/bbpflash bin/bbpimage bin/bbpwatch tools/stream/libbbpflash_stream.a
+configure small -DBBP_SIM=OFF -DBBP_TESTS=OFF -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON ||
+    { cat "$work/log" && exit 1; }
+has small bin/bbpflash bin/bbpwatch tools/stream/libbbpflash_stream.a
 # The packages were really kept from it.
 ! configure tests -DBBP_SIM=OFF || { echo "tests need no GoogleTest?" && exit 1; }
 ! configure sim -DBBP_TESTS=OFF || { echo "bbpsim needs no umockdev?" && exit 1; }

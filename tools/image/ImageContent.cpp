@@ -17,7 +17,7 @@ void ImageContent::TakeField(const char* bytes, std::size_t size) {
     const std::uint64_t begin = std::max<std::uint64_t>(size_, sim::LABEL_OFFSET);
     const std::uint64_t end = std::min<std::uint64_t>(size_ + size, LABEL_END);
     if (begin < end) {
-        field_.append(bytes + (begin - size_), end - begin);
+        field_.append(bytes + (begin - size_), static_cast<std::size_t>(end - begin));
     }
 }
 

@@ -106,7 +106,7 @@ class Inspector {
                 "the last segment is exactly full, and the updater fails after it at the very end "
                 "of the download; 'bbpimage pad' adds the byte that helps");
         }
-        const auto transfer = [](std::uint64_t bytes) {
+        const auto transfer = [](std::size_t bytes) {
             const sim::Duration time =
                 sim::WireTime(bytes, BUS_SPEED) + sim::WireTime(REPLY_READ_SIZE, BUS_SPEED);
             return std::chrono::duration<double>(time).count();
@@ -116,7 +116,8 @@ class Inspector {
         report_.wire_seconds =
             static_cast<double>(payload / MAX_PAYLOAD) * transfer(HcLogical::MAX_SIZE);
         if (payload % MAX_PAYLOAD != 0) {
-            report_.wire_seconds += transfer(payload % MAX_PAYLOAD + HcLogical::OVERHEAD);
+            report_.wire_seconds +=
+                transfer(static_cast<std::size_t>(payload % MAX_PAYLOAD) + HcLogical::OVERHEAD);
         }
         if (report_.size > EXACT_PERCENTAGE_LIMIT) {
             Add(Grade::Warnings, "percentage",
