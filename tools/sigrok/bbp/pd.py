@@ -37,10 +37,6 @@ ECHOED = (('count', 2, 1), ('instance', 3, 1), ('opcode', 6, 1), ('number of seg
 ANN_FIELD, ANN_OPCODE, ANN_PAYLOAD, ANN_CHECKSUM, ANN_MESSAGE, ANN_WARNING = range(6)
 
 
-def little_endian(values):
-    return sum(value << (8 * i) for i, value in enumerate(values))
-
-
 class Decoder(srd.Decoder):
     api_version = 3
     id = 'bbp'
@@ -122,7 +118,7 @@ class Decoder(srd.Decoder):
             self.warn(transfer, 'sync bytes are wrong')
         self.annotate(transfer, offset + 2, 1, ANN_FIELD, ['Count: %d' % lm[2], str(lm[2])])
         self.annotate(transfer, offset + 3, 1, ANN_FIELD, ['Instance: %d' % lm[3], str(lm[3])])
-        length = little_endian(lm[4:6])
+        length = int.from_bytes(lm[4:6], 'little')
         self.annotate(transfer, offset + 4, 2, ANN_FIELD, ['Length: %d' % length, str(length)])
         self.annotate(transfer, offset + 6, 1, ANN_OPCODE,
                       ['Opcode: 0x%02X (%s)' % (lm[6], OPCODES.get(lm[6], 'unknown')),
@@ -130,12 +126,12 @@ class Decoder(srd.Decoder):
         self.annotate(transfer, offset + 7, 1, ANN_FIELD,
                       ['%s: 0x%02X' % (byte_7, lm[7]), '%02X' % lm[7]])
         for position, name in ((8, 'Segments'), (10, 'Segment')):
-            number = little_endian(lm[position:position + 2])
+            number = int.from_bytes(lm[position:position + 2], 'little')
             self.annotate(transfer, offset + position, 2, ANN_FIELD,
                           ['%s: %d' % (name, number), str(number)])
 
     def annotate_checksum(self, transfer, lm, offset, size):
-        stop = min(little_endian(lm[4:6]) - 1, len(lm))
+        stop = min(int.from_bytes(lm[4:6], 'little') - 1, len(lm))
         expected = sum(lm[:max(stop, 0)]) & 0xFF
         found = lm[size - 1]
         verdict = 'OK' if found == expected else 'expected 0x%02X' % expected
@@ -146,9 +142,9 @@ class Decoder(srd.Decoder):
 
     def name_of(self, lm):
         name = FUNCTIONS.get((lm[6], self.function), 'Unknown function')
-        segments = little_endian(lm[8:10])
+        segments = int.from_bytes(lm[8:10], 'little')
         if segments > 1:
-            name += ', segment %d/%d' % (little_endian(lm[10:12]) + 1, segments)
+            name += ', segment %d/%d' % (int.from_bytes(lm[10:12], 'little') + 1, segments)
         return name
 
     def decode_request(self, transfer, lm):
@@ -157,7 +153,7 @@ class Decoder(srd.Decoder):
             return 'Request, cut short'
         self.request = lm
         payload = len(lm) - OVERHEAD
-        first_segment = little_endian(lm[10:12]) == 0
+        first_segment = int.from_bytes(lm[10:12], 'little') == 0
         if first_segment and payload:
             self.function = lm[HEADER_SIZE]
         self.annotate_header(transfer, lm, 0, 'Abort')
@@ -167,7 +163,7 @@ class Decoder(srd.Decoder):
         self.annotate_checksum(transfer, lm, 0, len(lm))
         # A download's first segment leaves its function byte out of the length.
         short_by_one = first_segment and self.function == PROGRAM
-        missing = len(lm) - little_endian(lm[4:6])
+        missing = len(lm) - int.from_bytes(lm[4:6], 'little')
         if missing and not (short_by_one and missing == 1):
             self.warn(transfer, 'length field is not the length sent')
         return self.name_of(lm)
