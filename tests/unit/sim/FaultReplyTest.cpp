@@ -89,10 +89,12 @@ TEST(SimFaults, ChangeTheReplyOfTheKthWriteOrTheKthRead) {
 
 TEST(SimFaults, KeepAReplySoundWhoseCountByteIsSet) {
     const Reply sound = Bench({}).caller.Ask(VersionQuery());
-    Reply reply = VersionReplyWith(Action::SetByte, 13, 0);
-    EXPECT_EQ(13u, reply.Count());
-    reply.read[0] = sound.read[0];
-    EXPECT_EQ(sound.read, reply.read);
+    for (const Action action : {Action::SetByte, Action::CountByte}) {
+        Reply reply = VersionReplyWith(action, 13, 0);
+        EXPECT_EQ(13u, reply.Count());
+        reply.read[0] = sound.read[0];
+        EXPECT_EQ(sound.read, reply.read);
+    }
 }
 
 }  // namespace
