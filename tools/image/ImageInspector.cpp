@@ -113,8 +113,8 @@ class Inspector {
         };
         // The first segment carries the function byte, too.
         const std::uint64_t payload = report_.size + 1;
-        report_.wire_seconds =
-            static_cast<double>(payload / MAX_PAYLOAD) * transfer(HcLogical::MAX_SIZE);
+        const std::uint64_t full_segments = payload / MAX_PAYLOAD;
+        report_.wire_seconds = static_cast<double>(full_segments) * transfer(HcLogical::MAX_SIZE);
         if (payload % MAX_PAYLOAD != 0) {
             report_.wire_seconds +=
                 transfer(static_cast<std::size_t>(payload % MAX_PAYLOAD) + HcLogical::OVERHEAD);
