@@ -51,7 +51,7 @@ Member Look(const std::filesystem::path& folder) {
     const std::size_t name_end = line.rfind(')');
     if (name_end != std::string::npos) {
         std::istringstream fields(line.substr(name_end + 1));
-        member.id = std::atoi(line.c_str());
+        member.id = static_cast<pid_t>(std::strtol(line.c_str(), nullptr, 10));
         fields >> member.state >> member.parent >> member.group;
     }
     return member;
