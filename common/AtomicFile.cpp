@@ -109,7 +109,7 @@ void AtomicFile::Commit() {
     // Before the file is replaced: nothing may fail afterwards.
     const UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
-        throw ErrnoFailure("opening " + folder_, errno);
+        throw ErrnoFailure("opening the folder of " + target_, errno);
     }
     if (fsync(file_.Get()) != 0) {
         throw ErrnoFailure("writing " + temporary_ + " to the disk", errno);

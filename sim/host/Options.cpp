@@ -198,6 +198,9 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, int* stat
     CLI::App app(ABOUT, "bbpsim");
     app.footer(EPILOGUE);
     app.set_version_flag("--version", BBP_VERSION);
+    app.failure_message([](const CLI::App* parser, const CLI::Error& error) {
+        return "bbpsim: " + CLI::FailureMessage::simple(parser, error);
+    });
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     AddChipOptions(app, options);
     AddFaultOptions(app, options);

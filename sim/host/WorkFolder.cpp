@@ -35,7 +35,7 @@ std::string ChoosePath() {
     if (access(parent.c_str(), W_OK | X_OK) != 0) {
         throw common::ErrnoFailure(need + parent + " is none", errno);
     }
-    const std::string path = parent + "/bbpsim." + std::to_string(std::random_device()());
+    std::string path = parent + "/bbpsim." + std::to_string(std::random_device()());
     // Each node is a socket in the folder, and a socket's path is short.
     const std::string longest = path + "/umockdev.XXXXXX/ioctl/dev/gpio/HD_DAB2Reset";
     if (longest.size() >= sizeof sockaddr_un().sun_path) {
@@ -83,6 +83,9 @@ WorkFolder::WorkFolder() : path_(ChoosePath()) {
 WorkFolder::~WorkFolder() {
     pipe_.Reset();
     waitpid(pid_, nullptr, 0);
+    // The other process may have been killed.
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
 }
 
 }  // namespace sim

@@ -30,7 +30,9 @@ def signals(seen):
 
 def tells(seen, name, finding=None):
     """A failure has a reason: the failed call's own where a call failed. It stands on standard
-    error, or with the word `finding` on standard output."""
+    error, or with the word `finding` on standard output. Words that were struck are not missed."""
+    if seen.is_mute:
+        return
     told = seen.err
     if finding and finding in seen.out:
         told += f"{name}: {seen.out}"

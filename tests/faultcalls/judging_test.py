@@ -76,6 +76,11 @@ class WritingTest(JudgeTest):
         (self.folder / "a.bin").chmod(0o600)
         self.breaks(self.scenario, "mode and owner")
 
+    def test_words_that_cannot_be_said(self):
+        self.write("a.bin", b"old")
+        self.holds(self.scenario, status=2, is_mute=True)
+        self.breaks(self.scenario, "status 0 without", status=0, is_mute=True)
+
     def test_link(self):
         self.scenario.link = "link"
         self.breaks(self.scenario, "the link is gone")
@@ -113,11 +118,26 @@ class SimulatorTest(JudgeTest):
         self.breaks(self.scenario, "without a word", out=self.out, status=125)
         self.holds(self.scenario, out=self.out, status=125, err="bbpsim: r.pcap: no")
 
+    def test_start_of_the_command(self):
+        execve = Fault("execve", 2, "EIO")
+        told = "bbpsim: sh: Input/output error\n"
+        self.holds(self.scenario, status=126, fault=execve, err=told)
+        self.breaks(self.scenario, "neither the command's", status=126, err=told)
+        self.breaks(self.scenario, "without a word", status=126, fault=execve)
+
     def test_leftovers(self):
         (self.folder / "tmp" / "umockdev.x").mkdir()
         self.breaks(self.scenario, "in TMPDIR", out=self.out, status=7)
         self.write("flash.bin.new", b"")
         self.breaks(self.scenario, "it leaves flash.bin.new", out=self.out, status=7)
+
+    def test_temporary_file(self):
+        killed = {"out": self.out, "status": None, "signal": 9, "fault": KILL}
+        self.write("r.json.XyZ123", b"{")
+        self.holds(self.scenario, **killed)
+        self.breaks(self.scenario, "it leaves r.json.XyZ123", out=self.out, status=7)
+        self.write("flash.bin.XyZ123", b"U")
+        self.breaks(self.scenario, "it leaves", **killed)
 
     def test_flash(self):
         (self.folder / "flash.bin").unlink()
@@ -179,6 +199,20 @@ class CatalogueTest(unittest.TestCase):
         self.assertIn("read@2:SIGHUP", ids)
         for text in ids:
             self.assertEqual(str(Fault.parse(text)), text)
+
+
+class RunTest(unittest.TestCase):
+    def test_lost_words(self):
+        trace = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory())) / "trace"
+        fault = Fault("write", 1, "EIO")
+        file = '8 write(5</tmp/x>, "1.0", 3) = -1 EIO (Input/output error) (INJECTED)\n'
+        words = '7 write(2</tmp/err>, "bbpimage: no", 3) = -1 EIO (Input/output error) (INJECTED)\n'
+        for text, is_mute in ((file, False), (file + words, True), (words, True)):
+            trace.write_text(text)
+            seen = Seen(trace.parent, fault)
+            seen.read_trace(trace)
+            self.assertEqual((seen.struck, seen.is_mute),
+                             (text.splitlines()[0], is_mute))
 
 
 if __name__ == "__main__":

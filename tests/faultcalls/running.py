@@ -18,6 +18,7 @@ SECONDS = 30  # for a command that takes less than one
 LINGER = 15   # for what it leaves behind
 
 _CALL = re.compile(r"^(\d*) *([a-z_0-9]+)\(")
+_WORDS = re.compile(r"\bwritev?\(2<")
 
 
 @dataclasses.dataclass
@@ -41,6 +42,7 @@ class Seen:
     left: list = dataclasses.field(default_factory=list)  # processes that had to be ended
     struck: str = ""  # strace's line of the call that the fault befell; empty if none was
     struck_tasks: int = 0  # threads and forks that made so many of these calls
+    is_mute: bool = False  # what would have been said on standard error was struck, too
     out: str = ""
     err: str = ""
 
@@ -56,6 +58,18 @@ class Seen:
                 self.late = True
             else:
                 self.left.append(value)
+
+    def read_trace(self, path):
+        """Takes what strace or bend tells of the fault, if it happened."""
+        lines = path.read_text(errors="replace").splitlines() if path.exists() else []
+        struck = [line for line in lines if _is_struck(line, self.fault)]
+        self.struck = struck[0] if struck else ""
+        self.is_mute = any(_WORDS.search(line) for line in struck)
+        each = collections.Counter()
+        for line in lines:
+            if (found := _CALL.match(line)) and found[2] == self.fault.call:
+                each[found[1]] += 1
+        self.struck_tasks = sum(count >= self.fault.nth for count in each.values())
 
     def is_killed(self):
         return self.fault is not None and self.fault.how == "SIGKILL" and bool(self.struck)
@@ -111,23 +125,9 @@ def counts(trace):
             if count > loader[call]}
 
 
-def _struck(trace, fault):
-    with contextlib.suppress(FileNotFoundError):
-        for line in trace.read_text(errors="replace").splitlines():
-            if "(INJECTED)" in line or line == "bent" or f"killed by {fault.how}" in line:
-                return line
-            if fault.how.startswith("SIG") and f"--- {fault.how} " in line:
-                return line
-    return ""
-
-
-def _struck_tasks(trace, fault):
-    each = collections.Counter()
-    with contextlib.suppress(FileNotFoundError):
-        for line in trace.read_text(errors="replace").splitlines():
-            if (found := _CALL.match(line)) and found[2] == fault.call:
-                each[found[1]] += 1
-    return sum(count >= fault.nth for count in each.values())
+def _is_struck(line, fault):
+    return "(INJECTED)" in line or line == "bent" or f"killed by {fault.how}" in line or \
+        (fault.how.startswith("SIG") and f"--- {fault.how} " in line)
 
 
 def run(tools, scenario, fault, folder):
@@ -142,8 +142,7 @@ def run(tools, scenario, fault, folder):
     seen = Seen(folder, fault)
     seen.read_result(folder / "result")
     if fault is not None:
-        seen.struck = _struck(folder / "trace", fault)
-        seen.struck_tasks = _struck_tasks(folder / "trace", fault)
+        seen.read_trace(folder / "trace")
     seen.out = (folder / "out").read_text(errors="replace")
     seen.err = (folder / "err").read_text(errors="replace")
     return seen

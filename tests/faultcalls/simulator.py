@@ -9,6 +9,7 @@ from running import guarded
 
 COMMANDS_STATUS = 7
 OWN_FAILURE = 125
+NOT_STARTED = (126, 127)
 SMALL_IMAGE = b"U" * 100  # what "bus_client burn" puts into the chip
 VIEWS = ["--json", "r.json", "--log-file", "r.log", "--pcap", "r.pcap", "--vcd", "r.vcd"]
 FILES = ["r.json", "r.log", "r.pcap", "r.vcd", "flash.bin", "faults", ".bashrc"]
@@ -50,7 +51,8 @@ class Simulator:
         if folders and seen.struck_tasks < 2:
             yield f"it leaves {', '.join(folders)} in TMPDIR"
         left = others(seen.folder, FILES)
-        if left and not (seen.is_killed() and len(left) == 1 and left[0].startswith("flash.bin.")):
+        temporary = len(left) == 1 and left[0].rpartition(".")[0] in FILES
+        if left and not (seen.is_killed() and temporary):
             yield f"it leaves {', '.join(left)}"
 
     def check_flash(self, seen):
@@ -88,7 +90,9 @@ class Simulator:
         if seen.fault and seen.status in {"SIGKILL": (137,), "SIGTERM": (143, 129)}.get(
                 seen.fault.how, ()):
             return
-        if seen.status != OWN_FAILURE:
+        # The fork did not become the command.
+        is_unstarted = seen.fault and seen.fault.call == "execve" and seen.status in NOT_STARTED
+        if seen.status != OWN_FAILURE and not is_unstarted:
             yield f"status {seen.status} is neither the command's nor {OWN_FAILURE}"
         elif "bbpsim: " not in seen.err and "r.json" not in seen.err:
             yield from tells(seen, "bbpsim")

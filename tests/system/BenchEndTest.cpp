@@ -46,6 +46,14 @@ TEST_F(SystemBenchEnd, LeavesNothingBehindWhenTheCommandEnds) {
     EXPECT_EQ(0, folder_.Count());
 }
 
+TEST_F(SystemBenchEnd, LeavesNothingBehindWhenItsCleaningProcessIsKilled) {
+    // The first of its children is the one that cleans up.
+    const std::string kill_it =
+        "read cleaner others </proc/$PPID/task/$PPID/children; kill -KILL $cleaner; exit 6";
+    EXPECT_EQ(6, RunToEnd(BenchHere(Shell(kill_it))).status);
+    EXPECT_EQ(0, folder_.Count());
+}
+
 TEST(SystemBenchStart, WorksWhereSigchldIsIgnored) {
     EXPECT_EQ(3, RunToEnd(Words{"env", "--ignore-signal=CHLD"} + Bench(Shell("exit 3"))).status);
 }

@@ -40,7 +40,7 @@ TEST(SystemBenchFaults, AreToldWithTheWordThatIsWrong) {
     const Outcome outcome = RunToEnd(Bench({"--fault", "burn 2 explode", "--", "true"}));
     EXPECT_EQ(125, outcome.status);
     EXPECT_EQ(
-        "--fault: an action is needed here, one of: reject die-erasing die-programming "
+        "bbpsim: --fault: an action is needed here, one of: reject die-erasing die-programming "
         "verify-fails\n"
         "  burn 2 explode\n"
         "         ^^^^^^^\n"
@@ -51,7 +51,7 @@ TEST(SystemBenchFaults, AreToldWithTheWordThatIsWrong) {
     const std::string file = folder.Write("faults", "read nak\n\n  poll x busy\n");
     const Outcome in_file = RunToEnd(Bench({"--faults", file, "--", "true"}));
     EXPECT_EQ(125, in_file.status);
-    EXPECT_EQ(file + ":3:8: ", in_file.err.substr(0, file.size() + 6));
+    EXPECT_EQ(0u, in_file.err.find("bbpsim: " + file + ":3:8: ")) << in_file.err;
     EXPECT_NE(std::string::npos, in_file.err.find("\n    poll x busy\n         ^\n"))
         << in_file.err;
 

@@ -212,11 +212,13 @@ TEST_F(Bbpimage, PadsAnImageThatTheUpdaterWouldFailOn) {
     EXPECT_EQ(0, Run({"pad", image}));
     EXPECT_THAT(err_, HasSubstr("no padding is needed"));
     EXPECT_EQ(before.size() + 1, folder_.Read("image.bin").size());
+    EXPECT_EQ(2, Run({"pad", folder_.Write("short.bin", "x")}));
+    EXPECT_THAT(err_, StartsWith("bbpimage: " + folder_.Path("short.bin") + " is too short"));
 }
 
 TEST_F(Bbpimage, SaysWhenItCannotSayIt) {
     EXPECT_EQ(2, Run({"info", Image()}, "/dev/full"));
-    EXPECT_EQ("bbpimage: standard output cannot be written\n", err_);
+    EXPECT_EQ("bbpimage: writing standard output: No space left on device\n", err_);
     EXPECT_EQ(2, Run({"make", "--version", "1.0", "-"}, "/dev/full"));
     EXPECT_THAT(err_, HasSubstr("standard output: No space left on device"));
 }

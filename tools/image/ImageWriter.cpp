@@ -62,11 +62,15 @@ std::string ReadImage(const std::string& path) {
     return bytes;
 }
 
-void RequireLabel(const std::string& path, const std::string& label) {
-    const LabelReading reading = ReadLabelAsUpdater(path);
+void RequireReadable(const LabelReading& reading) {
     if (reading.result == LabelReading::Result::Refused) {
         throw Failure("the updater cannot read the new image: " + reading.message);
     }
+}
+
+void RequireLabel(const std::string& path, const std::string& label) {
+    const LabelReading reading = ReadLabelAsUpdater(path);
+    RequireReadable(reading);
     if (reading.result != LabelReading::Result::Read || reading.label != label) {
         throw Failure("the updater would not read the label \"" + Escape(label) +
                       "\" from the new image");
@@ -145,9 +149,7 @@ std::string WritePadded(const std::string& path, const Destination& out) {
         bytes += PADDING;
     }
     const auto require_size = [](const std::string& file) {
-        if (ReadLabelAsUpdater(file).result == LabelReading::Result::Refused) {
-            throw Failure("the updater cannot read the new image");
-        }
+        RequireReadable(ReadLabelAsUpdater(file));
     };
     Write(bytes, out, require_size);
     return is_full

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // bbpimage: what is in a firmware image, how the updater will read it, and its label's writing.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
 #include <iostream>
 
 #include "common/Failure.h"
+#include "common/Pipe.h"
 #include "common/Sha256.h"
 #include "common/StandardDescriptors.h"
 #include "lm/HcLogical.h"
@@ -45,6 +48,10 @@ tools::ImageReport Inspect(const std::string& path) {
     return report;
 }
 
+void Show(const std::string& text) {
+    common::WriteAll(STDOUT_FILENO, text, "standard output");
+}
+
 int Info(const Options& options) {
     tools::Grade worst = tools::Grade::Clean;
     nlohmann::json images = nlohmann::json::array();
@@ -57,15 +64,12 @@ int Info(const Options& options) {
         if (options.as_json) {
             images.push_back(tools::ToJson(report));
         } else {
-            std::cout << tools::ToText(report);
+            Show(tools::ToText(report));
         }
     }
     if (options.as_json) {
         const nlohmann::json all = {{"images", images}, {"grade", tools::NameOf(worst)}};
-        std::cout << all.dump(2) << "\n";
-    }
-    if (!std::cout.flush()) {
-        throw common::Failure("standard output cannot be written");
+        Show(all.dump(2) + "\n");
     }
     return static_cast<int>(worst);
 }
@@ -156,7 +160,8 @@ int Run(int argc, char** argv) {
         tools::WriteLabelled(options.path, options.text, Output(options), options.force);
     } else if (pad->parsed()) {
         // To standard error: the image may go to standard output.
-        std::cerr << PROGRAM << ": " << tools::WritePadded(options.path, Output(options)) << "\n";
+        const std::string done = tools::WritePadded(options.path, Output(options));
+        std::cerr << PROGRAM << ": " << done << "\n";
     } else {
         tools::WriteSample(options.text, static_cast<std::size_t>(options.size), Output(options),
                            options.force);

@@ -25,12 +25,15 @@ Parsed Parse(std::vector<const char*> words) {
     return parsed;
 }
 
-// What is told of a mistake, without the last line, which is the same for all.
+// What is told of a mistake, without the beginning and the last line, which are the same for all.
 std::string Mistake(const std::vector<const char*>& words) {
     const Parsed parsed = Parse(words);
     EXPECT_FALSE(parsed.options);
     EXPECT_EQ(125, parsed.status);
-    return parsed.err.substr(0, parsed.err.find("\nRun with --help"));
+    const std::string name = "bbpsim: ";
+    EXPECT_EQ(0u, parsed.err.find(name)) << parsed.err;
+    const std::size_t end = parsed.err.find("\nRun with --help");
+    return parsed.err.substr(name.size(), end - name.size());
 }
 
 TEST(SimOptions, DescribeARealisticHeadUnitIfNothingIsSaid) {
