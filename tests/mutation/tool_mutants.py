@@ -7,8 +7,10 @@ is 1. The copy and its build are below build/mutants.
 """
 
 import argparse
+import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import sys
 
@@ -54,12 +56,16 @@ def read_mutants():
 
 
 def run(command, seconds=None):
-    """The status of the command; 124 when it took too long."""
-    try:
-        return subprocess.run(command, cwd=TREE, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, timeout=seconds, check=False).returncode
-    except subprocess.TimeoutExpired:
-        return 124
+    """The status of the command; 124 when it took too long, and what it has started is ended."""
+    # One test that notices is enough.
+    variables = {**os.environ, "GTEST_FAIL_FAST": "1"}
+    with subprocess.Popen(command, cwd=TREE, env=variables, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL, start_new_session=True) as process:
+        try:
+            return process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            return 124
 
 
 def build(targets):
