@@ -33,18 +33,18 @@ class Mutant:
     def __init__(self, kind, lines):
         self.kind, self.name, self.file = kind, lines[0], lines[1]
         self.old, self.new = (line[2:].replace("<nl>", "\n") for line in lines[2:4])
-
-    def text(self):
-        return (ROOT / self.file).read_text()
+        # As it is now: it may change while the breakages are tried.
+        path = ROOT / self.file
+        self.text = path.read_text() if path.exists() else ""
 
     def is_stale(self):
-        return not (ROOT / self.file).exists() or self.text().count(self.old) != 1
+        return self.text.count(self.old) != 1
 
     def apply(self):
-        (TREE / self.file).write_text(self.text().replace(self.old, self.new))
+        (TREE / self.file).write_text(self.text.replace(self.old, self.new))
 
     def undo(self):
-        (TREE / self.file).write_text(self.text())
+        (TREE / self.file).write_text(self.text)
 
 
 def read_mutants():
