@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "tests/tools/WatchedUpdate.h"
 #include "tools/stream/StreamParser.h"
 #include "tools/watch/Judgement.h"
 
@@ -12,8 +13,6 @@ using tools::Content;
 using tools::Ending;
 using tools::Evidence;
 using tools::Verdict;
-
-constexpr int SEGMENTS = 516;
 
 const char REFUSAL[] = "b ERROR: image verification failed, CRC error @HdChip.cpp:1\n";
 const char FAILED_POLL[] = "b ERROR: sending @HdChip.cpp:1\n";

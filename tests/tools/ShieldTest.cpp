@@ -10,8 +10,6 @@ using tools::Milliseconds;
 using tools::Ruling;
 using tools::Shield;
 
-constexpr int SEGMENTS = 516;  // of an image of 1 MiB
-
 // What becomes of a request `later` milliseconds after these lines came.
 Ruling::What Judge(const std::string& lines, int later = 5000,
                    bbpflash_mode mode = BBPFLASH_MODE_STATUS, int segments = SEGMENTS) {

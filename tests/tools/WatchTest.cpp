@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include "tests/tools/WatchedUpdate.h"
 #include "tools/watch/Watch.h"
 
 namespace {
@@ -31,12 +32,12 @@ class Recorder : public tools::Reporter {
     std::vector<WatchEvent> events;
 };
 
-const char UPDATE[] = "40\n80\n85\n90\n95\n99\n100\nDONE\n";
+const char BURN[] = "40\n80\n85\n90\n95\n99\n100\nDONE\n";
 const char FAILURE[] = "b CRITICAL: Programming terminated @bbpflash.cpp:1\nERROR\n";
 
 class WatchTest : public testing::Test {
   protected:
-    WatchTest() { config.segments = 516; }
+    WatchTest() { config.segments = SEGMENTS; }
 
     Watch& GetWatch() {
         if (watch == nullptr) {
@@ -63,7 +64,7 @@ class WatchTest : public testing::Test {
 };
 
 TEST_F(WatchTest, PassesTheUpdatersStatusOn) {
-    Hear(10000, UPDATE);
+    Hear(10000, BURN);
     EXPECT_EQ(0, Finish(0));
     EXPECT_EQ("updated and verified after 0:50\n", Told(WatchEvent::Kind::End));
     EXPECT_EQ(Verdict::Success, End().verdict);
@@ -94,7 +95,7 @@ TEST_F(WatchTest, NeverTakesAContradictionForSuccess) {
 }
 
 TEST_F(WatchTest, KeepsAFailuresStatusWhenTheOutputContradictsIt) {
-    Hear(10000, UPDATE);
+    Hear(10000, BURN);
     EXPECT_EQ(1, Finish(1));
     EXPECT_EQ("the last line contradicts the exit status\n", Told(WatchEvent::Kind::Problem));
 }
@@ -214,7 +215,7 @@ TEST_F(WatchTest, EndsAQueryAtAnyTime) {
 }
 
 TEST_F(WatchTest, JudgesLinesOfUnknownEndByThemselves) {
-    Hear(10000, UPDATE);
+    Hear(10000, BURN);
     EXPECT_EQ(0, Finish(BBPFLASH_STATUS_UNKNOWN));
     watch.reset();
     Hear(10000, FAILURE);
@@ -225,7 +226,7 @@ TEST_F(WatchTest, JudgesLinesOfUnknownEndByThemselves) {
 }
 
 TEST_F(WatchTest, TellsEachPhaseOnce) {
-    Hear(10000, UPDATE);
+    Hear(10000, BURN);
     // Download, burn, erase, program, verify, check, end.
     EXPECT_EQ(std::string(7, '\n'), Told(WatchEvent::Kind::Phase));
 }

@@ -8,6 +8,8 @@
 #include "tools/stream/StreamParser.h"
 #include "tools/watch/UpdateProgress.h"
 
+constexpr int SEGMENTS = 516;  // of an image of 1 MiB
+
 class WatchedUpdate {
   public:
     explicit WatchedUpdate(tools::Milliseconds download)

@@ -12,8 +12,6 @@
 
 namespace sim {
 
-constexpr std::size_t SMALL = 5000;  // bytes: three segments
-
 inline Fault At(Event event, unsigned nth, Action action, unsigned value = 0,
                 std::size_t offset = 0) {
     Fault fault;

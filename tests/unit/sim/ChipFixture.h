@@ -15,8 +15,6 @@
 
 namespace sim {
 
-constexpr std::size_t SMALL = 5000;  // bytes: three segments
-
 inline ChipConfig Running(const std::string& version) {
     ChipConfig config;
     config.installed = version;

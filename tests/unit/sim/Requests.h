@@ -17,6 +17,8 @@ namespace sim {
 
 using Bytes = std::vector<std::uint8_t>;
 
+constexpr std::size_t SMALL = 5000;  // bytes of an image: three segments
+
 // A logical message with a right length and checksum unless told otherwise.
 class Message {
   public:
