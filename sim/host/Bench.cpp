@@ -3,8 +3,10 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -89,17 +91,19 @@ class Bench {
 
     int Run() {
         RealTimeUnit real_time(unit_, options_.paced);
-        DeviceNodes nodes(folder_.Path(), real_time);
+        // Without devices the command has nothing more to do, and is asked to end.
+        DeviceNodes nodes(folder_.Path(), real_time, [] { kill(getpid(), SIGTERM); });
         common::UniqueFd lock;
         if (LockIsTaken(options_.faults)) {
             lock = TakeLock(nodes.BusFile());
         }
-        const int status = common::RunProgram("bbpsim", STATUS_OWN_FAILURE, [&] {
+        const int command_status = common::RunProgram("bbpsim", STATUS_OWN_FAILURE, [&] {
             return RunInside(nodes, child_, options_.command);
         });
-        nodes.Shut();
-        real_time.With([](HeadUnit& unit) { unit.SwitchOff(); });
-        return WriteResults(status);
+        const int status = Conclude(command_status, [&] { nodes.Shut(); });
+        real_time.KeepTime();
+        unit_.SwitchOff();
+        return WriteResults(command_status, status);
     }
 
   private:
@@ -118,8 +122,7 @@ class Bench {
         return config;
     }
 
-    int WriteResults(int command_status) {
-        int status = command_status;
+    int WriteResults(int command_status, int status) {
         for (const std::function<void()>& close : views_.Closings()) {
             status = Conclude(status, close);
         }

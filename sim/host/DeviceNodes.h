@@ -4,35 +4,25 @@
 #ifndef SIM_HOST_DEVICE_NODES_H
 #define SIM_HOST_DEVICE_NODES_H
 
-#include <cstddef>
-#include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
+
+#include "sim/host/DeviceHandler.h"
+#include "sim/host/IoctlServer.h"
+#include "sim/host/ResetPipe.h"
 
 namespace sim {
 
-// What is behind the nodes. The calls come from threads of the nodes', one at a time. Results are 0
-// or an errno value.
-class DeviceHandler {
-  public:
-    virtual ~DeviceHandler() = default;
-    virtual int WriteBus(unsigned address7, const std::uint8_t* bytes, std::size_t size) = 0;
-    virtual int ReadBus(unsigned address7, std::uint8_t* bytes, std::size_t size) = 0;
-    virtual int WriteReset(const char* text, std::size_t size) = 0;
-};
-
 class DeviceNodes {
   public:
-    // Keeps what they need on disk in `folder`. The handler is not owned and must outlive the
-    // nodes. Throws common::Failure.
-    DeviceNodes(const std::string& folder, DeviceHandler& handler);
-    ~DeviceNodes();
+    // Keeps what they need on disk in `folder`. The handler is not owned; it is called in another
+    // thread until Shut(). `on_failure` is called there when the nodes fail. Throws
+    // common::Failure.
+    DeviceNodes(const std::string& folder, DeviceHandler& handler,
+                std::function<void()> on_failure);
 
-    // No call reaches the handler any more.
-    void Shut();
-
-    DeviceNodes(const DeviceNodes&) = delete;
-    DeviceNodes& operator=(const DeviceNodes&) = delete;
+    // No call reaches the handler any more. Throws common::Failure if the nodes failed before.
+    void Shut() { server_.Stop(); }
 
     // The folder of the nodes themselves.
     const std::string& Folder() const { return folder_; }
@@ -41,9 +31,9 @@ class DeviceNodes {
     std::string BusFile() const;
 
   private:
-    struct Testbed;
-    std::unique_ptr<Testbed> testbed_;
-    std::string folder_;
+    const std::string folder_;
+    ResetPipe pipe_;
+    IoctlServer server_;
 };
 
 // The library that shows the nodes to a process that is started with it in LD_PRELOAD, and the

@@ -2,13 +2,10 @@
 #ifndef SIM_HOST_RESET_PIPE_H
 #define SIM_HOST_RESET_PIPE_H
 
-#include <cstddef>
-#include <functional>
 #include <string>
-#include <thread>
 
-#include "common/Pipe.h"
 #include "common/UniqueFd.h"
+#include "sim/host/DeviceHandler.h"
 
 namespace sim {
 
@@ -17,23 +14,19 @@ namespace sim {
 // there is a named pipe that is read here.
 class ResetPipe {
   public:
-    using Write = std::function<void(const char* text, std::size_t size)>;
+    // Makes the file `path`. Throws common::Failure.
+    explicit ResetPipe(const std::string& path);
 
-    // Replaces the file `path`. `write` is called in a thread of this object's, once for each level
-    // ('0' or '1') that was written. Throws common::Failure.
-    ResetPipe(const std::string& path, Write write);
-    ~ResetPipe();
-    ResetPipe(const ResetPipe&) = delete;
-    ResetPipe& operator=(const ResetPipe&) = delete;
+    // Becomes readable when somebody writes to the node.
+    int Descriptor() const { return pipe_.Get(); }
+
+    // Takes all levels ('0' or '1') that have been written. Throws common::Failure.
+    void Read(DeviceHandler& handler);
 
   private:
-    void Serve();
-    void Take(const std::string& text);
+    static void Take(const std::string& text, DeviceHandler& handler);
 
-    const Write write_;
     common::UniqueFd pipe_;
-    common::Pipe end_;
-    std::thread server_;
 };
 
 }  // namespace sim

@@ -17,6 +17,7 @@
 #include "common/Failure.h"
 #include "common/Pipe.h"
 #include "common/Spawn.h"
+#include "sim/host/NodeFolder.h"
 
 namespace sim {
 
@@ -37,7 +38,7 @@ std::string ChoosePath() {
     }
     std::string path = parent + "/bbpsim." + std::to_string(std::random_device()());
     // Each node is a socket in the folder, and a socket's path is short.
-    const std::string longest = path + "/umockdev.XXXXXX/ioctl/dev/gpio/HD_DAB2Reset";
+    const std::string longest = path + RESET_SOCKET;
     if (longest.size() >= sizeof sockaddr_un().sun_path) {
         throw common::Failure(need + "the path " + parent + " is too long");
     }

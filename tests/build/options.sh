@@ -7,7 +7,7 @@ root=$(readlink -f "$(dirname "${BASH_SOURCE[0]}")/../..")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# configure FOLDER OPTION...: the project, on a machine without GoogleTest, umockdev and libpcap.
+# configure FOLDER OPTION...: the project, on a machine without GoogleTest and libpcap.
 configure() {
     PKG_CONFIG_LIBDIR=$work/none cmake -S "$root" -B "$work/$1" -G Ninja \
         -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON "${@:2}" >"$work/log" 2>&1
@@ -30,7 +30,7 @@ configure small -DBBP_SIM=OFF -DBBP_TESTS=OFF -DCMAKE_DISABLE_FIND_PACKAGE_OpenS
 has small bin/bbpflash bin/bbpwatch tools/stream/libbbpflash_stream.a
 # The packages were really kept from it.
 ! configure tests -DBBP_SIM=OFF || { echo "tests need no GoogleTest?" && exit 1; }
-! configure sim -DBBP_TESTS=OFF || { echo "bbpsim needs no umockdev?" && exit 1; }
+! configure sim -DBBP_TESTS=OFF || { echo "bbpsim needs no libpcap?" && exit 1; }
 
 mkdir "$work/other"
 cat >"$work/other/CMakeLists.txt" <<END

@@ -54,6 +54,26 @@ TEST_F(SystemBenchEnd, LeavesNothingBehindWhenItsCleaningProcessIsKilled) {
     EXPECT_EQ(0, folder_.Count());
 }
 
+TEST_F(SystemBenchEnd, AsksTheCommandToEndWhenTheDevicesFail) {
+    // A request that no version of the preloaded library makes.
+    const std::string confuse =
+        "import os, signal, socket, struct\n"
+        "device = socket.socket(socket.AF_UNIX)\n"
+        "device.connect(os.environ['UMOCKDEV_DIR'] + '/ioctl/dev/i2c1')\n"
+        "device.send(struct.pack('LLL', 99, 0, 0))\n"
+        "signal.pause()\n";
+    TemporaryFolder output;
+    const Outcome outcome =
+        RunToEnd(BenchHere({"--json", output.Path("report.json"), "--", "python3", "-c", confuse}));
+    EXPECT_EQ(125, outcome.status);
+    EXPECT_EQ(
+        "bbpsim: a program's libumockdev-preload.so.0 is of a version unknown here: it makes a "
+        "request of the kind 99\n",
+        outcome.err);
+    EXPECT_NE(std::string::npos, output.Read("report.json").find("\"command_status\": 143"));
+    EXPECT_EQ(0, folder_.Count());
+}
+
 TEST(SystemBenchStart, WorksWhereSigchldIsIgnored) {
     EXPECT_EQ(3, RunToEnd(Words{"env", "--ignore-signal=CHLD"} + Bench(Shell("exit 3"))).status);
 }

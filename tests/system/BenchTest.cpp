@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // bbpsim itself: what runs in it and how it ends.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -71,27 +72,47 @@ TEST(SystemBench, FindsTheUpdaterBesideItself) {
     EXPECT_EQ(ProgramFolder() + "/bbpflash\n", RunToEnd(Bench(Shell("command -v bbpflash"))).out);
 }
 
+// What bus_client says of it all.
+const char EVERYTHING[] =
+    "query: 1\n"
+    "reply: 1\n"
+    "20 1.0.0\n"
+    "both at once: 2\n"
+    "nothing: 0\n"
+    "an empty write: 1\n"
+    "another address: -1 ENXIO\n"
+    "too many messages: -1 EINVAL\n"
+    "too long a message: -1 EINVAL\n"
+    "the longest message: 1\n"
+    "functions: 0\n"
+    "1\n"
+    "another command: -1 ENOTTY\n"
+    "no level: -1 EINVAL\n"
+    "low: 1\n"
+    "in reset: -1 ENXIO\n"
+    "high, with a newline: 2\n";
+
 TEST(SystemBench, IsABusAndAResetLineForAnyProgram) {
     const Outcome outcome = RunToEnd(Bench({"--", BBP_BUS_CLIENT}));
     EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(EVERYTHING, outcome.out);
+}
+
+TEST(SystemBench, NeedsNoRightToReadAProgramsMemory) {
+    const Words without_right =
+        geteuid() == 0 ? Words{"setpriv", "--bounding-set", "-sys_ptrace"} : Words{};
+    const Outcome outcome = RunToEnd(without_right + Bench({"--", BBP_BUS_CLIENT, "closed"}));
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(EVERYTHING, outcome.out);
+}
+
+TEST(SystemBench, TellsInSysOfTheBus) {
+    const Outcome outcome =
+        RunToEnd(Bench(Shell("cat /sys/class/i2c-dev/i2c1/dev /sys/dev/char/89:1/uevent; "
+                             "stat -c '%F %t:%T' /dev/i2c1; ls /sys/bus/gpio/devices/*/uevent")));
     EXPECT_EQ(
-        "query: 1\n"
-        "reply: 1\n"
-        "20 1.0.0\n"
-        "both at once: 2\n"
-        "nothing: 0\n"
-        "an empty write: 1\n"
-        "another address: -1 ENXIO\n"
-        "too many messages: -1 EINVAL\n"
-        "too long a message: -1 EINVAL\n"
-        "the longest message: 1\n"
-        "functions: 0\n"
-        "1\n"
-        "another command: -1 ENOTTY\n"
-        "no level: -1 EINVAL\n"
-        "low: 1\n"
-        "in reset: -1 ENXIO\n"
-        "high, with a newline: 2\n",
+        "89:1\nDEVNAME=i2c1\nMAJOR=89\nMINOR=1\nSUBSYSTEM=i2c-dev\n"
+        "character special file 59:1\n/sys/bus/gpio/devices/HD_DAB2Reset/uevent\n",
         outcome.out);
 }
 

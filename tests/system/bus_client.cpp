@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Uses the device nodes without an updater's waits, and prints what comes of it: in all the ways
-// that the updater does not or, as "bus_client burn", for a very small image.
+// that the updater does not or, as "bus_client burn", for a very small image. As "bus_client
+// closed" it is a process whose memory no other one may read.
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,6 +95,9 @@ int main(int argc, char** argv) {
     if (what == "download") {
         Download(bus);
         return 0;
+    }
+    if (what == "closed") {
+        prctl(PR_SET_DUMPABLE, 0UL, 0UL, 0UL, 0UL);
     }
     const int reset = open("/dev/gpio/HD_DAB2Reset", O_RDWR);
     std::uint8_t reply[65];

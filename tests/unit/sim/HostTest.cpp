@@ -6,13 +6,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <future>
+#include <thread>
 
 #include "common/Failure.h"
 #include "sim/host/FlashFile.h"
 #include "sim/host/RealTimeUnit.h"
 #include "sim/host/ReportText.h"
-#include "sim/host/ResetPipe.h"
 #include "sim/host/Shell.h"
 #include "tests/tools/TemporaryFolder.h"
 #include "tests/unit/sim/Requests.h"
@@ -163,28 +162,29 @@ class SimRealTime : public ::testing::Test {
     std::array<std::uint8_t, READ_SIZE> reply_{};
 };
 
-TEST_F(SimRealTime, TakesTheWiresTimeWhenPaced) {
+TEST_F(SimRealTime, HoldsAResultBackForTheWiresTimeWhenPaced) {
     // At this clock, the transfer takes 137 milliseconds.
     constexpr int SLOW_BUS_HZ = 1000;
     unit_.SetBusHz(SLOW_BUS_HZ);
     RealTimeUnit real_time(unit_, true);
     const auto start = RealTimeUnit::Clock::now();
     EXPECT_EQ(0, real_time.WriteBus(CHIP_ADDRESS, query_.data(), query_.size()));
-    EXPECT_LE(WireTime(query_.size(), SLOW_BUS_HZ) - std::chrono::milliseconds(1),
-              RealTimeUnit::Clock::now() - start);
+    EXPECT_LE(WireTime(query_.size(), SLOW_BUS_HZ) - milliseconds(1), real_time.Release() - start);
 }
 
 TEST_F(SimRealTime, HasTransfersOfNoTimeWhenNotPaced) {
     RealTimeUnit real_time(unit_, false);
-    Duration before{0};
-    real_time.With([&](HeadUnit& unit) { before = unit.Now(); });
+    EXPECT_LE(real_time.Release(), RealTimeUnit::Clock::now());
+    const Duration before = unit_.Now();
     unit_.Send(CHIP_ADDRESS, query_.data(), query_.size());
     EXPECT_EQ(before, unit_.Now());
+    real_time.WriteBus(CHIP_ADDRESS, query_.data(), query_.size());
+    EXPECT_LE(real_time.Release(), RealTimeUnit::Clock::now());
 }
 
 TEST_F(SimRealTime, LetsTheChipsTimeBeTheRealOne) {
     ChipConfig config;
-    config.response = std::chrono::milliseconds(20);
+    config.response = milliseconds(20);
     HeadUnit unit(config);
     RealTimeUnit real_time(unit, false);
     real_time.WriteBus(CHIP_ADDRESS, query_.data(), query_.size());
@@ -195,25 +195,31 @@ TEST_F(SimRealTime, LetsTheChipsTimeBeTheRealOne) {
 }
 
 struct FlashWaiter : Observer {
-    std::promise<FlashBytes> flash;
+    FlashBytes flash;
 
-    void OnFlash(const FlashBytes& now) override { flash.set_value(now); }
+    void OnFlash(const FlashBytes& now) override { flash = now; }
 };
 
-TEST(SimRealTimeBurn, EndsThoughNobodyUsesTheBus) {
+TEST_F(SimRealTime, EndsABurnThoughNobodyUsesTheBus) {
     ChipConfig config;
     config.burn.erase = config.burn.program = milliseconds(20);
+    config.burn.verify = Duration::zero();
     config.start_up = config.response = Duration::zero();
     HeadUnit unit(config);
     FlashWaiter waiter;
     unit.AddObserver(&waiter);
     RealTimeUnit real_time(unit, false);
+    EXPECT_FALSE(real_time.NextEvent());
     std::vector<Bytes> messages = Download(Bytes(100, 'U'), 1);
     messages.insert(messages.begin(), Unprotect().Build());
     for (const Bytes& message : messages) {
         real_time.WriteBus(CHIP_ADDRESS, message.data(), message.size());
     }
-    EXPECT_EQ(Bytes(100, 'U'), waiter.flash.get_future().get());
+    while (const auto event = real_time.NextEvent()) {
+        std::this_thread::sleep_until(*event);
+        real_time.KeepTime();
+    }
+    EXPECT_EQ(Bytes(100, 'U'), waiter.flash);
 }
 
 TEST_F(SimRealTime, TakesLevelsOfTheLine) {
@@ -221,23 +227,6 @@ TEST_F(SimRealTime, TakesLevelsOfTheLine) {
     EXPECT_EQ(0, real_time.WriteReset("0", 1));
     EXPECT_EQ(EINVAL, real_time.WriteReset("?", 1));
     EXPECT_FALSE(unit_.ResetLine());
-}
-
-TEST(SimResetPipe, TakesEachLevelThatIsWritten) {
-    TemporaryFolder folder;
-    const std::string path = folder.Write("line", "a file");
-    std::string levels;
-    testing::internal::CaptureStderr();
-    {
-        const ResetPipe pipe(
-            path, [&](const char* text, std::size_t size) { levels.append(text, size); });
-        std::ofstream(path) << "0\n";
-        std::ofstream(path) << "1";
-        std::ofstream(path) << " high\n";
-    }
-    EXPECT_EQ("01", levels);
-    EXPECT_EQ("bbpsim: the reset line takes 0 or 1, not ",
-              testing::internal::GetCapturedStderr().substr(0, 41));
 }
 
 TEST(SimShell, IsTheOneOfTheEnvironment) {

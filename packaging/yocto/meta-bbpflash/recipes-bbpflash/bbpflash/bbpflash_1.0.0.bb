@@ -14,7 +14,7 @@ EXTRA_OECMAKE = "-DBBP_TESTS=OFF -DBBP_WERROR=OFF"
 PACKAGECONFIG ??= "tools"
 PACKAGECONFIG:append:class-native = " sim"
 PACKAGECONFIG[tools] = "-DBBP_TOOLS=ON,-DBBP_TOOLS=OFF,cli11 nlohmann-json openssl"
-PACKAGECONFIG[sim] = "-DBBP_SIM=ON,-DBBP_SIM=OFF,cli11 nlohmann-json openssl libpcap umockdev"
+PACKAGECONFIG[sim] = "-DBBP_SIM=ON,-DBBP_SIM=OFF,cli11 nlohmann-json openssl libpcap"
 
 PACKAGES =+ "${PN}-sim ${PN}-tools ${PN}-completions"
 FILES:${PN}-completions = "${datadir}/bash-completion ${datadir}/zsh"
