@@ -171,6 +171,14 @@ TEST(InjectionTest, TextThatIsNoIdIsRefused) {
     EXPECT_ANY_THROW(Scenario::Of("-s"));
 }
 
+TEST(InjectionTest, MayEndInACommentThatSaysAnything) {
+    for (const char* text :
+         {"read 3 flip 12:7", "send@38:fail:5:0:1", "read 1 zeros + read 2 ones"}) {
+        const std::string commented = std::string(text) + " # as in run@7 + what came later";
+        EXPECT_EQ(text, Injection::Of(commented).Name());
+    }
+}
+
 TEST(InjectionTest, ReplayComesOutAsTheRunDid) {
     std::string story;
     const Verdict verdict =

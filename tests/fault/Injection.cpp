@@ -19,6 +19,7 @@ constexpr std::array<std::string_view, 6> HOWS = {"none",  "fail",  "after",
 constexpr std::array<std::string_view, 3> FILE_ACTIONS = {"none", "resize", "unreadable"};
 
 constexpr char BETWEEN[] = " + ";  // two faults of one injection
+constexpr char COMMENT = '#';
 
 template <typename Names>
 std::size_t IndexOf(const Names& names, const std::string& name) {
@@ -131,7 +132,9 @@ std::string Injection::Name() const {
 
 Injection Injection::Of(const std::string& name) {
     Injection injection{Kind::Pair, 0, {}};
-    for (const std::string& part : Split(name, BETWEEN)) {
+    // A comment may have any of the characters that mean something in a fault.
+    const std::string faults = name.substr(0, name.find(COMMENT));
+    for (const std::string& part : Split(faults, BETWEEN)) {
         injection.faults.at(static_cast<std::size_t>(injection.count++)) = FaultOf(part);
     }
     if (injection.count == 0) {
