@@ -35,7 +35,7 @@ function(bbp_core_target target)
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -pedantic-errors
                                              -ffunction-sections)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src")
-    if(BBP_COVERAGE)
+    if(BBP_COVERAGE AND NOT BBP_TOOLS)
         target_compile_options(
             ${target} PRIVATE -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
         target_link_options(${target} PUBLIC -fprofile-instr-generate)
@@ -46,8 +46,10 @@ endfunction()
 # lines.
 macro(bbp_measure_lines)
     if(BBP_COVERAGE AND BBP_TOOLS)
+        # The counts are in a file from the start: a process that is killed leaves them, too.
         add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fprofile-instr-generate>
-                            $<$<COMPILE_LANGUAGE:CXX>:-fcoverage-mapping>)
+                            $<$<COMPILE_LANGUAGE:CXX>:-fcoverage-mapping>
+                            "SHELL:$<$<COMPILE_LANGUAGE:CXX>:-mllvm -runtime-counter-relocation>")
         add_link_options(-fprofile-instr-generate)
     endif()
 endmacro()

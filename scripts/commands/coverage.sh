@@ -5,14 +5,15 @@
 
 # Runs the suites of the simulator and the tools, and names each line that none of them reaches.
 cover_tools() {
-    local suites=(unit_sim unit_sim_host tools_stream tools_image tools_watch tools_Bbpwatch
-        system_update system_bench)
+    local suites=(unit_common unit_sim unit_sim_host tools_stream tools_image tools_ImageProblem
+        tools_watch tools_Bbpwatch tools_BbpwatchEnd tools_BbpwatchTrouble system_update
+        system_bench)
     local folder=$PWD/build/coverage-tools suite
     build_preset coverage-tools bbp_programs bus_client "${suites[@]}"
     rm -rf "$folder/raw"
     mkdir -p "$folder/raw"
     for suite in "${suites[@]}"; do
-        LLVM_PROFILE_FILE="$folder/raw/$suite-%p.profraw" "$folder/tests/bin/$suite" \
+        LLVM_PROFILE_FILE="$folder/raw/%m%c.profraw" "$folder/tests/bin/$suite" \
             >"$folder/$suite.log" 2>&1 || say "$suite is red: see $folder/$suite.log"
     done
     python3 tests/coverage/tools_coverage.py --llvm-cov llvm-cov-19 \

@@ -49,6 +49,11 @@ TEST(SystemBench, NeedsAFolderForTemporaryFiles) {
         "bbpsim: the devices need a folder for temporary files, and /nowhere is none: No such file "
         "or directory\n",
         outcome.err);
+    // A folder in which nobody can make another.
+    const Outcome refused = RunToEnd(Words{"env", "TMPDIR=/proc"} + Bench({"--", "true"}));
+    EXPECT_EQ(125, refused.status);
+    EXPECT_EQ(0u, refused.err.find("bbpsim: ")) << refused.err;
+    EXPECT_NE(std::string::npos, refused.err.find("/proc")) << refused.err;
 }
 
 TEST(SystemBench, TellsWhatItIsAskedAndEnds) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // bbpsim's faults and what it shows.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <iterator>
@@ -111,6 +112,18 @@ TEST(SystemBenchViews, AreWrittenThoughOneOfThemFails) {
                                "resets     1\n"))
         << outcome.err;
     EXPECT_EQ(0, nlohmann::json::parse(folder.Read("json"))["command_status"]);
+}
+
+TEST(SystemBenchViews, MayGoToDevicesAndPipes) {
+    TemporaryFolder folder;
+    const std::string pipe = folder.Path("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    const Outcome piped =
+        RunToEnd({"sh", "-c", BbpSim() + " --json " + pipe + " -- true & exec cat " + pipe});
+    EXPECT_EQ(0, nlohmann::json::parse(piped.out)["command_status"]);
+    const Outcome full = RunToEnd(Bench({"--json", "/dev/full", "--", "true"}));
+    EXPECT_EQ(125, full.status);
+    EXPECT_EQ("bbpsim: writing /dev/full: No space left on device\n", full.err);
 }
 
 TEST(SystemBenchViews, AreRefusedBeforeTheStartWhereTheyCannotBeWritten) {

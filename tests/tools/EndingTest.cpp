@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 
 #include "tools/watch/Ending.h"
@@ -41,6 +45,45 @@ TEST(Ending, TellsWhatWhereChipNextAndLog) {
         "  next  Wait.",
         "  log   /var/tmp/bbpwatch-XXXXXX.log"};
     EXPECT_EQ(expected, Lines(ending, 0));
+}
+
+TEST(Ending, TellsThePlaceAsFarAsItIsKnown) {
+    Ending ending = Failing();
+    ending.segments = 0;
+    EXPECT_EQ("  where download of pass 2, 79 %, segment 516", Lines(ending, 0).at(2));
+    ending.where.segment.reset();
+    ending.where.pass = 1;
+    const std::map<bbpflash_phase, std::string> places = {
+        {BBPFLASH_PHASE_RESET, "reset and version check"},
+        {BBPFLASH_PHASE_CHECK, "version check"},
+        {BBPFLASH_PHASE_DOWNLOAD, "download"},
+        {BBPFLASH_PHASE_BURN, "burn"},
+        {BBPFLASH_PHASE_ERASE, "burn (erase)"},
+        {BBPFLASH_PHASE_PROGRAM, "burn (program)"},
+        {BBPFLASH_PHASE_VERIFY, "burn (verify)"},
+        {BBPFLASH_PHASE_ENDED, "end"}};
+    for (const auto& [phase, place] : places) {
+        ending.where.phase = phase;
+        EXPECT_EQ("  where " + place + ", 79 %", Lines(ending, 0).at(2));
+    }
+}
+
+TEST(Ending, CutsWordsOfTheUpdaterThatHaveNoEnd) {
+    Ending ending = Failing();
+    ending.what.assign(5000, 'x');
+    const std::string what = Lines(ending, 0).at(1);
+    EXPECT_EQ("  what  xxx", what.substr(0, 11));
+    EXPECT_EQ("x...", what.substr(what.size() - 4));
+    EXPECT_GT(1000u, what.size());
+}
+
+TEST(Ending, HasANameForEachVerdict) {
+    const nlohmann::json schema = nlohmann::json::parse(std::ifstream(EVENT_SCHEMA));
+    std::set<std::string> names;
+    for (int verdict = 0; verdict <= static_cast<int>(Verdict::NotStarted); ++verdict) {
+        names.insert(NameOf(static_cast<Verdict>(verdict)));
+    }
+    EXPECT_EQ(names, schema.at("properties").at("verdict").at("enum").get<std::set<std::string>>());
 }
 
 TEST(Ending, FitsTwelveLinesOfSixtyColumnsWhateverTheAdvice) {

@@ -74,6 +74,33 @@ TEST(JsonReporter, WritesOneObjectALine) {
     EXPECT_EQ(1, (*erase)["pass"]);
 }
 
+TEST(JsonReporter, TellsWhatStandsStillAndWhere) {
+    std::vector<nlohmann::json> told;
+    tools::JsonReporter reporter(
+        [&told](const std::string& line) { told.push_back(nlohmann::json::parse(line)); });
+    tools::WatchEvent event;
+    event.kind = tools::WatchEvent::Kind::Stall;
+    event.progress.no_answer = Milliseconds(12500);
+    reporter.Report(event);
+    event.kind = tools::WatchEvent::Kind::Note;
+    reporter.Report(event);
+    event.kind = tools::WatchEvent::Kind::Message;
+    event.level = BBPFLASH_LEVEL_CRITICAL;
+    reporter.Report(event);
+    event.kind = tools::WatchEvent::Kind::End;
+    event.ending.verdict = tools::Verdict::Failure;
+    event.ending.where.segment = 7;
+    event.ending.segments = 516;
+    reporter.Report(event);
+    ASSERT_EQ(4u, told.size());
+    EXPECT_EQ("stall", told[0]["event"]);
+    EXPECT_EQ(12.5, told[0]["no_answer"]);
+    EXPECT_EQ("note", told[1]["event"]);
+    EXPECT_EQ("critical", told[2]["level"]);
+    EXPECT_EQ(7, told[3]["segment"]);
+    EXPECT_EQ(516, told[3]["segments"]);
+}
+
 TEST(JsonReporter, TakesBytesThatAreNoText) {
     EXPECT_NO_THROW(Written<tools::JsonReporter>("b MSG: \xFF\xFE\n100\nDONE\n"));
 }

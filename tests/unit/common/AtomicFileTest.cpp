@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "common/AtomicFile.h"
 #include "common/Failure.h"
@@ -105,6 +106,44 @@ TEST_F(AtomicFileTest, IsAnErrorWhereLinksGoInACircle) {
 
 TEST_F(AtomicFileTest, RefusesAFolderThatIsNotThere) {
     EXPECT_THROW(AtomicFile(folder_.Path("missing/image.bin")), common::Failure);
+}
+
+TEST_F(AtomicFileTest, StandsInTheWorkingFolderUnlessItsPathSaysOtherwise) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.Path(""));
+    {
+        AtomicFile file("new.bin");
+        file.Write("new");
+        file.Commit();
+    }
+    std::filesystem::current_path(before);
+    EXPECT_EQ("new", folder_.Read("new.bin"));
+    EXPECT_EQ(1, folder_.Count());
+}
+
+// What the failed commit of the file `path` says, of which `spoil` has changed the surroundings.
+std::string FailureOfCommit(const std::string& path, const std::function<void()>& spoil) {
+    AtomicFile file(path);
+    spoil();
+    try {
+        file.Commit();
+    } catch (const common::Failure& failure) {
+        return failure.what();
+    }
+    return "none";
+}
+
+TEST_F(AtomicFileTest, SaysWhatWentWrongLast) {
+    const std::string path = folder_.Path("image.bin");
+    EXPECT_EQ("replacing " + path + ": Is a directory",
+              FailureOfCommit(path, [&] { std::filesystem::create_directory(path); }));
+    EXPECT_EQ(1, folder_.Count()) << "the temporary file is gone";
+    std::filesystem::create_directory(folder_.Path("inner"));
+    const std::string inner = folder_.Path("inner/image.bin");
+    EXPECT_EQ("opening the folder of " + inner + ": No such file or directory",
+              FailureOfCommit(inner, [&] { std::filesystem::remove_all(folder_.Path("inner")); }));
+    folder_.Write("file", "");
+    EXPECT_THROW(common::FollowLinks(folder_.Path("file/x")), common::Failure);
 }
 
 TEST_F(AtomicFileTest, ReplacesNothingButARegularFile) {

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -65,6 +66,18 @@ class Folder {
   private:
     std::string path_ = testing::TempDir() + "spawn.XXXXXX";
 };
+
+TEST(Spawn, SearchesTheUsualFoldersAndTheWorkingFolderWhereThePathSaysSo) {
+    const std::string before = std::getenv("PATH");
+    unsetenv("PATH");
+    EXPECT_EQ("x\n", OutputOf(Shell("echo x")));
+    setenv("PATH", "/nowhere:", 1);
+    const std::filesystem::path folder = std::filesystem::current_path();
+    std::filesystem::current_path("/bin");
+    EXPECT_EQ("y\n", OutputOf(Shell("echo y")));
+    std::filesystem::current_path(folder);
+    setenv("PATH", before.c_str(), 1);
+}
 
 TEST(Spawn, RunsAProgramFoundInThePath) {
     EXPECT_EQ(OutputOf(Shell("echo \"$0\"; echo here")), "sh\nhere\n");

@@ -33,6 +33,19 @@ TEST(SimFaults, SetTheCountByteOrTheLengthField) {
     EXPECT_EQ(0xABCDu, VersionReplyWith(Action::LengthField, 0xABCD).Field(LENGTH_AT));
 }
 
+TEST(SimFaults, LeaveARepliesBytesAloneUnlessTheyChangeReplies) {
+    ReadBytes previous;
+    previous.fill(0x11);
+    for (int action = 0; action <= static_cast<int>(Action::SlowStart); ++action) {
+        Fault fault = At(Event::Read, 1, static_cast<Action>(action), 0x5A, 20);
+        ReadBytes bytes{};
+        bytes[0] = 18;
+        const ReadBytes before = bytes;
+        MakeReply(fault, previous, bytes.data());
+        EXPECT_EQ(!ChangesReply(fault.action), bytes == before) << action;
+    }
+}
+
 TEST(SimFaults, MakeAReplyAllZeroOrAllOnes) {
     std::array<std::uint8_t, READ_SIZE> expected{};
     EXPECT_EQ(expected, VersionReplyWith(Action::AllZero, 0).read);

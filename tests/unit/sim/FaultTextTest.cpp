@@ -108,6 +108,10 @@ TEST(SimFaultText, PointsAtTheWordThatIsWrong) {
         Blamed("burn nak"));
     EXPECT_EQ("reply: this event has no reply", Blamed("lock reply fail EIO"));
     EXPECT_EQ("refuse: this cannot happen to a reply", Blamed("segment 2 reply refuse"));
+    EXPECT_EQ(
+        "programming-status: this cannot happen to that event, but: fail fail-after nak restart "
+        "power-loss flip set count length zeros ones previous other bad-checksum status",
+        Blamed("version programming-status 9"));
     EXPECT_EQ("ESILLY: an errno value is needed here, such as EIO or ETIMEDOUT",
               Blamed("write fail ESILLY"));
     EXPECT_EQ(": an errno value is needed here, such as EIO or ETIMEDOUT", Blamed("write fail"));
