@@ -66,10 +66,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::string(reinterpret_cast<const char*>(data), size).c_str();  // to its first NUL
     setenv("HOME", home.c_str(), 1);
     setenv("SHELL", "/bin/bash", 1);
-    static const Folder folder;
-    sim::MakeShell(folder.Name());
+    static const Folder FOLDER;
+    sim::MakeShell(FOLDER.Name());
 
-    std::ifstream file(folder.Name() + "/bashrc", std::ios::binary);
+    std::ifstream file(FOLDER.Name() + "/bashrc", std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(file), {}};
     const std::string own = (home.empty() ? "/" : home) + "/.bashrc";
     Expect(&text, "if [ -r ");

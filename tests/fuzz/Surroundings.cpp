@@ -122,12 +122,12 @@ FILE* OpenImage() {
 
 // Texts and dumps go nowhere: a fuzz target has no reader, and standard error is unbuffered.
 void Silence() {
-    static const bool done = [] {
+    static const bool SILENT = [] {
         stdout = std::fopen("/dev/null", "w");
         stderr = std::fopen("/dev/null", "w");
         return stdout != nullptr && stderr != nullptr;
     }();
-    Require(done, "/dev/null cannot be opened");
+    Require(SILENT, "/dev/null cannot be opened");
 }
 
 void Clear(std::string& text) {

@@ -21,7 +21,7 @@ class BusLockTest : public testing::Test {
     // What somebody is told who wants the lock, too; empty when it is free.
     std::string Refusal() const {
         try {
-            const BusLock lock(path);
+            const BusLock lock(path_);
             return "";
         } catch (const common::Failure& failure) {
             EXPECT_EQ(tools::STATUS_TAKEN, failure.Status());
@@ -29,19 +29,19 @@ class BusLockTest : public testing::Test {
         }
     }
 
-    TemporaryFolder folder;
-    const std::string path = folder.Path("lock");
+    TemporaryFolder folder_;
+    const std::string path_ = folder_.Path("lock");
 };
 
 TEST_F(BusLockTest, IsHeldByOneAtATime) {
-    auto lock = std::make_unique<BusLock>(path);
+    auto lock = std::make_unique<BusLock>(path_);
     EXPECT_NE("", Refusal());
     lock.reset();
     EXPECT_EQ("", Refusal());
 }
 
 TEST_F(BusLockTest, LastsAsLongAsAChildThatHasIt) {
-    auto lock = std::make_unique<BusLock>(path);
+    auto lock = std::make_unique<BusLock>(path_);
     const pid_t child = fork();
     if (child == 0) {
         pause();
@@ -55,12 +55,12 @@ TEST_F(BusLockTest, LastsAsLongAsAChildThatHasIt) {
 }
 
 TEST_F(BusLockTest, NamesItsFileAndThoseWhoHoldIt) {
-    BusLock lock(path);
+    BusLock lock(path_);
     const std::string self = std::to_string(getpid());
-    EXPECT_EQ("another update runs on this bus: " + path + " is locked by process " + self,
+    EXPECT_EQ("another update runs on this bus: " + path_ + " is locked by process " + self,
               Refusal());
     lock.AddHolder(getppid());
-    EXPECT_EQ("another update runs on this bus: " + path + " is locked by processes " + self +
+    EXPECT_EQ("another update runs on this bus: " + path_ + " is locked by processes " + self +
                   " and " + std::to_string(getppid()),
               Refusal());
 }
@@ -68,29 +68,29 @@ TEST_F(BusLockTest, NamesItsFileAndThoseWhoHoldIt) {
 TEST_F(BusLockTest, NamesNobodyWhoIsGone) {
     const pid_t gone = common::Fork([] { return 0; });
     common::WaitForEnd(gone);
-    BusLock lock(path);
-    folder.Write("lock", std::to_string(gone) + "\n");
+    BusLock lock(path_);
+    folder_.Write("lock", std::to_string(gone) + "\n");
     EXPECT_NE(std::string::npos, Refusal().find("a process that left no number there"));
 }
 
 TEST_F(BusLockTest, IsOfTheSimulatedUnitInsideOne) {
     const std::string outside = BusLock::DefaultPath();
-    std::filesystem::create_directories(folder.Path("dev"));
-    setenv("UMOCKDEV_DIR", folder.Path("").c_str(), 1);
+    std::filesystem::create_directories(folder_.Path("dev"));
+    setenv("UMOCKDEV_DIR", folder_.Path("").c_str(), 1);
     EXPECT_EQ(outside, BusLock::DefaultPath()) << "a folder without a bus";
-    folder.Write("dev/i2c1", "");
-    EXPECT_EQ(folder.Path("") + "/bbpwatch.lock", BusLock::DefaultPath());
+    folder_.Write("dev/i2c1", "");
+    EXPECT_EQ(folder_.Path("") + "/bbpwatch.lock", BusLock::DefaultPath());
     unsetenv("UMOCKDEV_DIR");
     EXPECT_EQ(outside, BusLock::DefaultPath());
 }
 
 TEST_F(BusLockTest, IsAnErrorWhereNoFileCanBe) {
-    EXPECT_THROW(BusLock{folder.Path("missing/lock")}, common::Failure);
+    EXPECT_THROW(BusLock{folder_.Path("missing/lock")}, common::Failure);
 }
 
 TEST_F(BusLockTest, FollowsNoLink) {
-    std::filesystem::create_symlink("other", path);
-    EXPECT_THROW(BusLock{path}, common::Failure);
+    std::filesystem::create_symlink("other", path_);
+    EXPECT_THROW(BusLock{path_}, common::Failure);
 }
 
 }  // namespace

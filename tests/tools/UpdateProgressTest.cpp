@@ -12,11 +12,11 @@ using tools::Progress;
 // Updates whose download should take 20 seconds.
 class UpdateProgressTest : public testing::Test {
   protected:
-    WatchedUpdate update{Milliseconds(20000)};
+    WatchedUpdate update_{Milliseconds(20000)};
 };
 
 TEST_F(UpdateProgressTest, BeginsWithTheReset) {
-    const Progress progress = update.At(0);
+    const Progress progress = update_.At(0);
     EXPECT_EQ(BBPFLASH_PHASE_RESET, progress.phase);
     EXPECT_EQ(0, progress.done);
     // Reset, download, burn, reset: 3.25 + 20 + 15.5 + 3.25 seconds.
@@ -24,10 +24,10 @@ TEST_F(UpdateProgressTest, BeginsWithTheReset) {
 }
 
 TEST_F(UpdateProgressTest, MovesOnWhileNothingIsHeardButNeverIntoTheNextPhase) {
-    update.Hear(20000, "80\n85\n");
-    double before = update.At(20000).done;
+    update_.Hear(20000, "80\n85\n");
+    double before = update_.At(20000).done;
     for (int now = 20500; now < 60000; now += 500) {
-        const double done = update.At(now).done;
+        const double done = update_.At(now).done;
         EXPECT_GT(done, before) << now;
         before = done;
     }
@@ -41,9 +41,9 @@ TEST_F(UpdateProgressTest, NeverGoesBackInAPass) {
     for (const char* line :
          {"1\n", "2\n", "30\n", "79\n", "80\n", "85\n", "90\n", "95\n", "99\n"}) {
         now += 700;
-        update.Hear(now, line);
-        EXPECT_GE(update.At(now).done, before) << line;
-        before = update.At(now).done;
+        update_.Hear(now, line);
+        EXPECT_GE(update_.At(now).done, before) << line;
+        before = update_.At(now).done;
     }
 }
 
@@ -52,11 +52,11 @@ TEST_F(UpdateProgressTest, NeverGoesBackWhenItsGuessOfTheWholeChanges) {
     int now = 0;
     const auto hear = [&](int later, const std::string& line) {
         now += later;
-        EXPECT_GE(update.At(now).done, before) << line;
-        before = update.At(now).done;
-        update.Hear(now, line);
-        EXPECT_GE(update.At(now).done, before) << line;
-        before = update.At(now).done;
+        EXPECT_GE(update_.At(now).done, before) << line;
+        before = update_.At(now).done;
+        update_.Hear(now, line);
+        EXPECT_GE(update_.At(now).done, before) << line;
+        before = update_.At(now).done;
     };
     hear(3300, "b INF: Checking HD update versions @bbpflash.cpp:190\n");
     EXPECT_LT(0, before);
@@ -69,41 +69,41 @@ TEST_F(UpdateProgressTest, NeverGoesBackWhenItsGuessOfTheWholeChanges) {
 }
 
 TEST_F(UpdateProgressTest, TakesTheDownloadsPaceAsItIsMeasured) {
-    update.Hear(3000, "1\n");
-    update.Hear(13000, "11\n");
+    update_.Hear(3000, "1\n");
+    update_.Hear(13000, "11\n");
     // A second per cent: 69 are left, then the burn and the reset.
-    const Progress progress = update.At(13000);
+    const Progress progress = update_.At(13000);
     EXPECT_EQ(Milliseconds(69000 + 15500 + 3250), progress.remaining);
 }
 
 TEST_F(UpdateProgressTest, StartsAgainWithEveryPass) {
-    update.Hear(20000, "80\n85\n99\n");
-    update.Hear(24000, "1\n");
-    const Progress progress = update.At(24000);
+    update_.Hear(20000, "80\n85\n99\n");
+    update_.Hear(24000, "1\n");
+    const Progress progress = update_.At(24000);
     EXPECT_EQ(2, progress.pass);
     EXPECT_EQ(BBPFLASH_PHASE_DOWNLOAD, progress.phase);
     EXPECT_LT(progress.done, 0.02);
 }
 
 TEST_F(UpdateProgressTest, WritesTheFlashFromTheLastSegmentToTheChipsWord) {
-    update.Hear(3000, "79\n");
-    EXPECT_FALSE(update.At(3000).writes_flash);
+    update_.Hear(3000, "79\n");
+    EXPECT_FALSE(update_.At(3000).writes_flash);
     for (const char* line : {"80\n", "85\n", "90\n", "95\n"}) {
-        update.Hear(4000, line);
-        EXPECT_TRUE(update.At(4000).writes_flash) << line;
+        update_.Hear(4000, line);
+        EXPECT_TRUE(update_.At(4000).writes_flash) << line;
     }
-    update.Hear(5000, "99\n");
-    EXPECT_FALSE(update.At(5000).writes_flash);
+    update_.Hear(5000, "99\n");
+    EXPECT_FALSE(update_.At(5000).writes_flash);
 }
 
 TEST_F(UpdateProgressTest, GuessesNothingWhenTheChipRefusesTheImage) {
-    update.Hear(3000, "80\nb ERROR: image verification failed, CRC error @HdChip.cpp:1\n");
-    EXPECT_FALSE(update.At(3000).remaining.has_value());
+    update_.Hear(3000, "80\nb ERROR: image verification failed, CRC error @HdChip.cpp:1\n");
+    EXPECT_FALSE(update_.At(3000).remaining.has_value());
 }
 
 TEST_F(UpdateProgressTest, IsDoneAtItsEnd) {
-    update.Hear(3000, "100\nDONE\n");
-    EXPECT_EQ(1, update.At(3000).done);
+    update_.Hear(3000, "100\nDONE\n");
+    EXPECT_EQ(1, update_.At(3000).done);
 }
 
 }  // namespace

@@ -37,13 +37,13 @@ const char FAILURE[] = "b CRITICAL: Programming terminated @bbpflash.cpp:1\nERRO
 
 class WatchTest : public testing::Test {
   protected:
-    WatchTest() { config.segments = SEGMENTS; }
+    WatchTest() { config_.segments = SEGMENTS; }
 
     Watch& GetWatch() {
-        if (watch == nullptr) {
-            watch = std::make_unique<Watch>(config, std::vector<tools::Reporter*>{&recorder});
+        if (watch_ == nullptr) {
+            watch_ = std::make_unique<Watch>(config_, std::vector<tools::Reporter*>{&recorder_});
         }
-        return *watch;
+        return *watch_;
     }
 
     void Hear(int now, const std::string& bytes) {
@@ -54,13 +54,13 @@ class WatchTest : public testing::Test {
         return GetWatch().Finish(status, was_requested, Milliseconds(50000));
     }
 
-    std::string Told(WatchEvent::Kind kind) const { return recorder.Texts(kind); }
+    std::string Told(WatchEvent::Kind kind) const { return recorder_.Texts(kind); }
 
-    const tools::Ending& End() const { return recorder.events.back().ending; }
+    const tools::Ending& End() const { return recorder_.events.back().ending; }
 
-    WatchConfig config;
-    Recorder recorder;
-    std::unique_ptr<Watch> watch;
+    WatchConfig config_;
+    Recorder recorder_;
+    std::unique_ptr<Watch> watch_;
 };
 
 TEST_F(WatchTest, PassesTheUpdatersStatusOn) {
@@ -68,7 +68,7 @@ TEST_F(WatchTest, PassesTheUpdatersStatusOn) {
     EXPECT_EQ(0, Finish(0));
     EXPECT_EQ("updated and verified after 0:50\n", Told(WatchEvent::Kind::End));
     EXPECT_EQ(Verdict::Success, End().verdict);
-    EXPECT_EQ(1, recorder.events.back().progress.done);
+    EXPECT_EQ(1, recorder_.events.back().progress.done);
 }
 
 TEST_F(WatchTest, SaysWhenNothingWasToBeDone) {
@@ -86,8 +86,8 @@ TEST_F(WatchTest, PassesAFailuresStatusOn) {
 
 TEST_F(WatchTest, NeverTakesAContradictionForSuccess) {
     for (const char* output : {"40\n30\n80\n99\n100\nDONE\n", "80\n99\nDONE\n", "80\n99\n", ""}) {
-        watch.reset();
-        recorder.events.clear();
+        watch_.reset();
+        recorder_.events.clear();
         Hear(10000, output);
         EXPECT_EQ(tools::STATUS_DOUBTFUL, Finish(0)) << output;
         EXPECT_NE("", Told(WatchEvent::Kind::Problem)) << output;
@@ -106,7 +106,7 @@ TEST_F(WatchTest, TellsAProblemOnceWithItsLine) {
 }
 
 TEST_F(WatchTest, TellsOfMissingProgressOnceAndTrustsTheSuccessAfterIt) {
-    config.stall = Milliseconds(30000);
+    config_.stall = Milliseconds(30000);
     Hear(1000, "80\n");
     GetWatch().Tick(Milliseconds(31000));
     EXPECT_EQ("", Told(WatchEvent::Kind::Stall));
@@ -119,7 +119,7 @@ TEST_F(WatchTest, TellsOfMissingProgressOnceAndTrustsTheSuccessAfterIt) {
 }
 
 TEST_F(WatchTest, TakesNoMessageForProgress) {
-    config.stall = Milliseconds(30000);
+    config_.stall = Milliseconds(30000);
     Hear(1000, "80\n85\n");
     for (int now = 2000; now <= 40000; now += 1000) {
         Hear(now, "b ERROR: sending @HdChip.cpp:1\n");
@@ -132,31 +132,31 @@ TEST_F(WatchTest, TakesNoMessageForProgress) {
                         "flash: do not switch off\n"));
     EXPECT_NE(std::string::npos, told.find("\nno progress for 0:31 minutes"));
     Hear(41000, "90\n");
-    EXPECT_FALSE(recorder.events.back().progress.no_answer.has_value());
+    EXPECT_FALSE(recorder_.events.back().progress.no_answer.has_value());
 }
 
 TEST_F(WatchTest, ClaimsNoRemainingTimeWhileTheChipDoesNotAnswer) {
     Hear(1000, "80\n85\n");
     Hear(11001, "b ERROR: sending @HdChip.cpp:1\n");
     Hear(12000, "b ERROR: sending @HdChip.cpp:1\n");
-    EXPECT_EQ(Milliseconds(11000), recorder.events.back().progress.no_answer);
-    EXPECT_FALSE(recorder.events.back().progress.remaining.has_value());
+    EXPECT_EQ(Milliseconds(11000), recorder_.events.back().progress.no_answer);
+    EXPECT_FALSE(recorder_.events.back().progress.remaining.has_value());
 }
 
 TEST_F(WatchTest, ShowsStandardErrorButItsDumps) {
     GetWatch().TakeError("one\nA5 0x", 9, Milliseconds(29000));
     GetWatch().TakeError("\n05 AF\n", 7, Milliseconds(30000));
     EXPECT_EQ("one\nA5 0x\n05 AF\n", Told(WatchEvent::Kind::Message));
-    EXPECT_FALSE(recorder.events.at(0).is_detail);
-    EXPECT_FALSE(recorder.events.at(1).is_detail);
-    EXPECT_TRUE(recorder.events.at(2).is_detail);
+    EXPECT_FALSE(recorder_.events.at(0).is_detail);
+    EXPECT_FALSE(recorder_.events.at(1).is_detail);
+    EXPECT_TRUE(recorder_.events.at(2).is_detail);
 }
 
 TEST_F(WatchTest, LeavesWhatFollowsAnErrorToTheLog) {
     Hear(1000, "b MSG: a @x.cpp:1\nb ERROR: sending @x.cpp:2\nb INF: more @x.cpp:3\n");
-    EXPECT_FALSE(recorder.events.at(0).is_detail);
-    EXPECT_TRUE(recorder.events.at(1).is_detail);
-    EXPECT_TRUE(recorder.events.at(2).is_detail);
+    EXPECT_FALSE(recorder_.events.at(0).is_detail);
+    EXPECT_TRUE(recorder_.events.at(1).is_detail);
+    EXPECT_TRUE(recorder_.events.at(2).is_detail);
 }
 
 TEST_F(WatchTest, EndsAnUpdateThatTheChipRefuses) {
@@ -209,7 +209,7 @@ TEST_F(WatchTest, KeepsARequestThatOnlyComesTooEarly) {
 }
 
 TEST_F(WatchTest, EndsAQueryAtAnyTime) {
-    config.only_asks = true;
+    config_.only_asks = true;
     GetWatch().Request("interrupt", Milliseconds(100));
     EXPECT_TRUE(GetWatch().MayEnd(Milliseconds(100)));
 }
@@ -217,10 +217,10 @@ TEST_F(WatchTest, EndsAQueryAtAnyTime) {
 TEST_F(WatchTest, JudgesLinesOfUnknownEndByThemselves) {
     Hear(10000, BURN);
     EXPECT_EQ(0, Finish(BBPFLASH_STATUS_UNKNOWN));
-    watch.reset();
+    watch_.reset();
     Hear(10000, FAILURE);
     EXPECT_EQ(1, Finish(BBPFLASH_STATUS_UNKNOWN));
-    watch.reset();
+    watch_.reset();
     Hear(10000, "40\n");
     EXPECT_EQ(tools::STATUS_DOUBTFUL, Finish(BBPFLASH_STATUS_UNKNOWN));
 }

@@ -55,7 +55,7 @@ class HdChipCommand : public HdChipTest, public testing::WithParamInterface<Comm
 
     int Call() {
         int result = -99;
-        output = fake::Capture([&] { result = GetParam().call(chip); });
+        output_ = fake::Capture([&] { result = GetParam().call(chip_); });
         return result;
     }
 
@@ -84,7 +84,7 @@ class HdChipCommand : public HdChipTest, public testing::WithParamInterface<Comm
         return trace;
     }
 
-    fake::Output output;
+    fake::Output output_;
 };
 
 INSTANTIATE_TEST_SUITE_P(, HdChipCommand, testing::ValuesIn(COMMANDS),
@@ -109,8 +109,8 @@ TEST_P(HdChipCommand, SendsItsOpcodeAndFunctionInOneSegment) {
 }
 
 TEST_P(HdChipCommand, StartsFromAResetEngineButKeepsTheCount) {
-    chip.lm->currSeg = 5;
-    chip.lm->lmCount = 77;
+    chip_.lm->currSeg = 5;
+    chip_.lm->lmCount = 77;
 
     Call();
 
@@ -123,8 +123,8 @@ TEST_P(HdChipCommand, DoesNothingWithoutAWordWhenThereIsNoEngine) {
 
     EXPECT_EQ(Call(), GetParam().without_engine);
 
-    EXPECT_EQ(output.out, "");
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output_.out, "");
+    EXPECT_EQ(output_.err, "");
     EXPECT_THAT(platform.trace, ElementsAre());
 }
 

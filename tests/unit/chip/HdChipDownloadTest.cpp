@@ -124,7 +124,7 @@ TEST_F(HdChipProgramBinDownload, FailsForAnEmptyImage) {
 
     EXPECT_FALSE(Program(image.path));
 
-    EXPECT_EQ(fake::WithoutPositions(output.out), "bbpflash ERROR: filling\n");
+    EXPECT_EQ(fake::WithoutPositions(output_.out), "bbpflash ERROR: filling\n");
     EXPECT_EQ(platform.Requests().size(), 1u);
 }
 

@@ -42,9 +42,9 @@ bool IsDue(int* countdown) {
 
 }  // namespace
 
-HdChipTest::HdChipTest() : chip(BUSTYPE_I2C) {
-    chip.bus->fd = 11;
-    chip.bus->devName = "/dev/i2c1";
+HdChipTest::HdChipTest() : chip_(BUSTYPE_I2C) {
+    chip_.bus->fd = 11;
+    chip_.bus->devName = "/dev/i2c1";
     for (bool& option : g_options) {
         option = false;
     }
@@ -55,7 +55,7 @@ HdChipTest::~HdChipTest() {
     g_test = nullptr;
     g_memory_countdown = -1;
     g_object_countdown = -1;
-    delete chip.lm;
+    delete chip_.lm;
 }
 
 void HdChipTest::Script(const std::string& step, int result, int index) {
@@ -68,8 +68,8 @@ void HdChipTest::ForgetScript() {
 }
 
 void HdChipTest::RemoveEngine() {
-    delete chip.lm;
-    chip.lm = nullptr;
+    delete chip_.lm;
+    chip_.lm = nullptr;
 }
 
 void HdChipTest::FailMemory(int index) {

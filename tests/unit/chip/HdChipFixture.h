@@ -45,7 +45,7 @@ class HdChipTest : public fake::PlatformTest {
     // The trace without the engine's steps.
     std::vector<std::string> BusTrace() const;
 
-    HdChip chip;
+    HdChip chip_;
 
   private:
     std::map<std::pair<std::string, int>, int> scripted_;

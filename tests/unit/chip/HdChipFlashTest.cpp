@@ -66,11 +66,11 @@ class HdChipStatusQuery : public HdChipTest, public testing::WithParamInterface<
         platform.Answer(fake::Reply(payload));
         platform.log.clear();
         int result = -99;
-        output = fake::Capture([&] { result = (chip.*GetParam().call)(); });
+        output_ = fake::Capture([&] { result = (chip_.*GetParam().call)(); });
         return result;
     }
 
-    fake::Output output;
+    fake::Output output_;
 };
 
 INSTANTIATE_TEST_SUITE_P(, HdChipStatusQuery, testing::ValuesIn(QUERIES),
@@ -94,7 +94,7 @@ TEST_P(HdChipStatusQuery, ReturnsAndReportsEveryCode) {
 TEST_P(HdChipStatusQuery, SaysNothingOfProperStatesAtNormalVerbosity) {
     for (const int code : {1, 3, 4, 5, 6}) {
         EXPECT_EQ(Ask(code), code);
-        EXPECT_EQ(output.out, "");
+        EXPECT_EQ(output_.out, "");
     }
 }
 
@@ -102,7 +102,7 @@ TEST_P(HdChipStatusQuery, ReportsErrorStatesAtNormalVerbosity) {
     for (const int code : {0, 2, 7, 8, 9, 10, 255}) {
         g_p_hutil_opt->verbosity = 0;
         EXPECT_EQ(Ask(code), -1);
-        EXPECT_THAT(output.out, testing::StartsWith("bbpflash ERROR: "));
+        EXPECT_THAT(output_.out, testing::StartsWith("bbpflash ERROR: "));
     }
 }
 
@@ -126,7 +126,7 @@ using HdChipUnprotectNvm = HdChipTest;
 TEST_F(HdChipUnprotectNvm, SucceedsWhateverTheReplySays) {
     for (const Bytes& payload : {Bytes{}, Bytes{0}, Bytes{2, 2}, Bytes(51, 0xFF)}) {
         platform.Answer(fake::Reply(payload));
-        EXPECT_TRUE(chip.UnprotectNvm());
+        EXPECT_TRUE(chip_.UnprotectNvm());
     }
     EXPECT_THAT(platform.Messages(), testing::ElementsAre());
 }
@@ -134,7 +134,7 @@ TEST_F(HdChipUnprotectNvm, SucceedsWhateverTheReplySays) {
 TEST_F(HdChipUnprotectNvm, FailsForARejectedReply) {
     platform.Answer(fake::Reply({1}).Status(0x10));
 
-    fake::Capture([&] { EXPECT_FALSE(chip.UnprotectNvm()); });
+    fake::Capture([&] { EXPECT_FALSE(chip_.UnprotectNvm()); });
 
     EXPECT_EQ(platform.Messages().back(), "ERROR: confirming");
 }

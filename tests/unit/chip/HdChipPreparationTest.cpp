@@ -17,7 +17,7 @@ using HdChipProgramBinPreparation = HdChipProgramBin;
 TEST_F(HdChipProgramBinPreparation, FileThatCannotBeOpenedLeavesTheChipAlone) {
     EXPECT_FALSE(Program("/nowhere/image.bin"));
 
-    EXPECT_EQ(WithoutPositions(output.out),
+    EXPECT_EQ(WithoutPositions(output_.out),
               "bbpflash ERROR: opening binary file /nowhere/image.bin\n");
     EXPECT_THAT(platform.trace, ElementsAre());
 }
@@ -124,7 +124,7 @@ TEST_F(HdChipProgramBinPreparation, WithoutAnEngineItReportsTheFailedUnprotectio
 
     EXPECT_FALSE(Program(image.path));
 
-    EXPECT_EQ(WithoutPositions(output.out), "bbpflash ERROR: unprotecting NVM (flash)\n");
+    EXPECT_EQ(WithoutPositions(output_.out), "bbpflash ERROR: unprotecting NVM (flash)\n");
     EXPECT_THAT(platform.trace, ElementsAre());
 }
 
@@ -132,14 +132,14 @@ TEST_F(HdChipProgramBinPreparation, NamesTheFileThatItSendsUnlessInStatusMode) {
     const ImageFile image(10);
 
     EXPECT_TRUE(Program(image.path));
-    EXPECT_EQ(output.out,
+    EXPECT_EQ(output_.out,
               "bbpflash MSG: Sending \"" + image.path +
                   "\" to BBP\n"
                   "bbpflash MSG: BBP programming completed, resetting for version verification\n");
 
     g_options[OPTION_STATUS] = true;
     EXPECT_TRUE(Program(image.path));
-    EXPECT_EQ(output.out, "80\n99\n");
+    EXPECT_EQ(output_.out, "80\n99\n");
 }
 
 TEST_F(HdChipProgramBinPreparation, TellsAllStagesAtHighVerbosity) {

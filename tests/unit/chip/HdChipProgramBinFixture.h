@@ -54,9 +54,9 @@ class HdChipProgramBin : public HdChipTest {
 
     bool Program(std::string path) {
         bool result = false;
-        output = fake::Capture([&] {
+        output_ = fake::Capture([&] {
             g_programming = true;
-            result = chip.ProgramBin(path);
+            result = chip_.ProgramBin(path);
             g_programming = false;
         });
         return result;
@@ -93,10 +93,10 @@ class HdChipProgramBin : public HdChipTest {
         std::size_t asked = 0;
         g_feof = [&] { return ++asked >= filled.size() ? 1 : 0; };
         EXPECT_TRUE(Program(image.path));
-        EXPECT_EQ(output.out, expected);
+        EXPECT_EQ(output_.out, expected);
     }
 
-    fake::Output output;
+    fake::Output output_;
 };
 
 // What goes over the bus, and how long it takes, for each stage of a download.

@@ -20,8 +20,8 @@ TEST_F(HdChipProgramBinPercentage, CountsFrom1To80EachOnce) {
     for (int i = 1; i <= 80; ++i) {
         expected += std::to_string(i) + "\n";
     }
-    EXPECT_EQ(output.out, expected + "99\n");
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output_.out, expected + "99\n");
+    EXPECT_EQ(output_.err, "");
     EXPECT_EQ(Segments().size(), 516u);
     EXPECT_EQ(Segments()[0][8] | Segments()[0][9] << 8, 516);
 }
@@ -32,7 +32,7 @@ TEST_F(HdChipProgramBinPercentage, OfOneByteIs80) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(output.out, "80\n99\n");
+    EXPECT_EQ(output_.out, "80\n99\n");
 }
 
 TEST_F(HdChipProgramBinPercentage, IsTruncated) {
@@ -42,7 +42,7 @@ TEST_F(HdChipProgramBinPercentage, IsTruncated) {
     EXPECT_TRUE(Program(image.path));
 
     // 2034, 4069 and 5000 of 5000 bytes.
-    EXPECT_EQ(output.out, "32\n65\n80\n99\n");
+    EXPECT_EQ(output_.out, "32\n65\n80\n99\n");
 }
 
 TEST_F(HdChipProgramBinPercentage, Of0IsNeverPrinted) {
@@ -51,7 +51,7 @@ TEST_F(HdChipProgramBinPercentage, Of0IsNeverPrinted) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_THAT(output.out, testing::StartsWith("1\n2\n"));
+    EXPECT_THAT(output_.out, testing::StartsWith("1\n2\n"));
 }
 
 TEST_F(HdChipProgramBinPercentage, IsFlushedAfterEachSegmentInBothModes) {
@@ -86,7 +86,7 @@ TEST_F(HdChipProgramBinPolling, StatusModePrintsAPercentageForEachChangedState) 
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(output.out, "80\n85\n90\n95\n99\n");
+    EXPECT_EQ(output_.out, "80\n85\n90\n95\n99\n");
     EXPECT_EQ(platform.delays, std::vector<unsigned>(8, 350));
 }
 
@@ -97,7 +97,7 @@ TEST_F(HdChipProgramBinPolling, StatusModePrintsAStateAgainWhenAnotherCameBetwee
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(output.out, "80\n85\n85\n90\n85\n99\n");
+    EXPECT_EQ(output_.out, "80\n85\n85\n90\n85\n99\n");
 }
 
 TEST_F(HdChipProgramBinPolling, StatusModePrintsNothingForTheOtherStatesButTheQuerysErrors) {
@@ -107,7 +107,7 @@ TEST_F(HdChipProgramBinPolling, StatusModePrintsNothingForTheOtherStatesButTheQu
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(fake::WithoutPositions(output.out),
+    EXPECT_EQ(fake::WithoutPositions(output_.out),
               "80\nbbpflash ERROR: image verification failed, CRC error\n99\n");
 }
 
@@ -136,7 +136,7 @@ TEST_F(HdChipProgramBinPolling, PlainModeTellsEachChangedState) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(output.out,
+    EXPECT_EQ(output_.out,
               "bbpflash MSG: Sending \"" + image.path +
                   "\" to BBP\n"
                   "bbpflash MSG: BBP is erasing old flash contents (do not interrupt!)\n"
@@ -207,7 +207,7 @@ TEST_F(HdChipProgramBinPolling, GoesOnWhenAQuerysSegmentsCannotBeSet) {
 
     EXPECT_TRUE(Program(image.path));
 
-    EXPECT_EQ(fake::WithoutPositions(output.out),
+    EXPECT_EQ(fake::WithoutPositions(output_.out),
               "80\nbbpflash ERROR: setting total number of segments\n"
               "bbpflash INF: erasing old flash contents\n85\n"
               "bbpflash ERROR: setting total number of segments\n"

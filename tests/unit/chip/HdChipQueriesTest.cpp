@@ -26,18 +26,18 @@ class HdChipPrintSysCfg : public HdChipTest {
 
     bool Print() {
         bool result = false;
-        output = fake::Capture([&] { result = chip.PrintSysCfg(); });
+        output_ = fake::Capture([&] { result = chip_.PrintSysCfg(); });
         return result;
     }
 
-    fake::Output output;
+    fake::Output output_;
 };
 
 TEST_F(HdChipGetVersion, TakesTheTextBehindByte0AndDropsTheNulThatClosesIt) {
     platform.Answer(Reply({0x77, '1', '.', '2', '.', '3', 0}));
     std::string version = "before";
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "1.2.3");
     EXPECT_THAT(platform.Messages(), ElementsAre());
@@ -47,9 +47,9 @@ TEST_F(HdChipGetVersion, ByteBehindThePayloadIsNulWhateverCameBefore) {
     platform.Answer(Reply(Bytes(51, 'x')));
     platform.Answer(Reply({0x77, '1', '.', '2', '.', '3', 0}));
     std::string version;
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "1.2.3");
 }
@@ -58,7 +58,7 @@ TEST_F(HdChipGetVersion, DropsTheLastTwoCharactersWhateverTheyAre) {
     platform.Answer(Reply({0x77, '1', '.', '2', '.', '3'}));  // no NUL of its own
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "1.2.");
 }
@@ -67,7 +67,7 @@ TEST_F(HdChipGetVersion, RemovesLeadingBlanksAndKeepsThoseInside) {
     platform.Answer(Reply({0x77, ' ', ' ', 'A', ' ', 'B', 0}));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "A B");
 }
@@ -76,7 +76,7 @@ TEST_F(HdChipGetVersion, BlankBeforeTheClosingNulIsNotTrimmed) {
     platform.Answer(Reply({0x77, 'A', ' ', 0}));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "A ");
 }
@@ -85,7 +85,7 @@ TEST_F(HdChipGetVersion, BlankInPlaceOfTheClosingNulIsOneOfTheTwoDropped) {
     platform.Answer(Reply({0x77, 'A', 'B', ' '}));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, "AB");
 }
@@ -94,7 +94,7 @@ TEST_F(HdChipGetVersion, OfBlanksAloneIsTheNulBehindThem) {
     platform.Answer(Reply({0x77, ' ', ' ', ' '}));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, std::string(1, '\0'));
 }
@@ -103,7 +103,7 @@ TEST_F(HdChipGetVersion, OfAReplyWithByte0AloneIsTheNulBehindIt) {
     platform.Answer(Reply({0x77}));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, std::string(1, '\0'));
 }
@@ -112,7 +112,7 @@ TEST_F(HdChipGetVersion, OfAReplyWithoutPayloadIsOutOfRange) {
     platform.Answer(Reply());
     std::string version = "before";
 
-    EXPECT_THROW(chip.GetVersion(version), std::out_of_range);
+    EXPECT_THROW(chip_.GetVersion(version), std::out_of_range);
 
     EXPECT_EQ(version, "");
 }
@@ -123,7 +123,7 @@ TEST_F(HdChipGetVersion, TakesTheLongestReply) {
     platform.Answer(Reply(payload));
     std::string version;
 
-    EXPECT_TRUE(chip.GetVersion(version));
+    EXPECT_TRUE(chip_.GetVersion(version));
 
     EXPECT_EQ(version, std::string(49, 'v'));
 }
@@ -132,7 +132,7 @@ TEST_F(HdChipGetVersion, KeepsTheOldTextWhenTheReplyIsRejected) {
     platform.Answer(Reply({0x77, '1', 0}).Status(0));
     std::string version = "before";
 
-    fake::Capture([&] { EXPECT_FALSE(chip.GetVersion(version)); });
+    fake::Capture([&] { EXPECT_FALSE(chip_.GetVersion(version)); });
 
     EXPECT_EQ(version, "before");
 }
@@ -150,7 +150,7 @@ TEST_F(HdChipGetVersion, StaysInsideItsMemoryForEveryCountAndContent) {
             std::string version = "before";
             bool result = false;
 
-            fake::Capture([&] { result = chip.GetVersion(version); });
+            fake::Capture([&] { result = chip_.GetVersion(version); });
 
             // Any other count takes another byte for the checksum: it fits only by chance.
             if (counts) {
@@ -183,7 +183,7 @@ TEST_F(HdChipPrintSysCfg, TellsNothingOfOtherKindsButStillDumps) {
         platform.Answer(Configuration(kind));
         EXPECT_TRUE(Print());
         EXPECT_THAT(platform.Messages(), ElementsAre());
-        EXPECT_EQ(std::count(output.out.begin(), output.out.end(), '\n'), 16 + 2);
+        EXPECT_EQ(std::count(output_.out.begin(), output_.out.end(), '\n'), 16 + 2);
     }
 }
 
@@ -205,15 +205,15 @@ TEST_F(HdChipPrintSysCfg, Dumps256BytesBehindTheKindToStandardOutput) {
     for (int row = 1; row < 16; ++row) {
         expected += zeros;
     }
-    EXPECT_EQ(output.out, expected + "\n\n");
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output_.out, expected + "\n\n");
+    EXPECT_EQ(output_.err, "");
 }
 
 TEST_F(HdChipPrintSysCfg, StaysInsideItsMemoryForEveryCount) {
     for (int count = 0; count <= 255; ++count) {
         platform.Answer(Configuration(0xA5, static_cast<std::uint8_t>(count)));
         EXPECT_TRUE(Print());
-        EXPECT_EQ(output.out.size(), 16u * (3 + 16 * 3) + 2);
+        EXPECT_EQ(output_.out.size(), 16u * (3 + 16 * 3) + 2);
     }
 }
 
@@ -224,7 +224,7 @@ TEST_F(HdChipPrintSysCfg, ReportsWhenThereIsNoMemoryForTheReplyAfterTheRequest) 
 
     EXPECT_THAT(platform.Messages(), ElementsAre("ERROR: allocating memory buffer"));
     EXPECT_THAT(BusTrace(), ElementsAre("LOCK", "SEND 30", "UNLOCK", "usleep 5000"));
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output_.err, "");
 }
 
 TEST_F(HdChipPrintSysCfg, DumpsNoConfigurationWhenALaterReadFails) {

@@ -37,9 +37,9 @@ class WatchedEngine : public HcLogical {
 };
 
 TEST_F(HdChipObject, IsCaymanAt2EAnd400kHz) {
-    EXPECT_EQ(chip.chipName, "Cayman");
-    EXPECT_EQ(chip.i2cAddress, 0x2E);
-    EXPECT_EQ(chip.busSpeed, 400000);
+    EXPECT_EQ(chip_.chipName, "Cayman");
+    EXPECT_EQ(chip_.i2cAddress, 0x2E);
+    EXPECT_EQ(chip_.busSpeed, 400000);
 }
 
 TEST_F(HdChipObject, HasABusOfItsOwnAndAnEngineOnIt) {
@@ -55,28 +55,28 @@ TEST_F(HdChipObject, HasABusOfItsOwnAndAnEngineOnIt) {
 }
 
 TEST_F(HdChipObject, HoldsItsFieldsInThisOrderAndNothingElse) {
-    static_assert(std::is_same<decltype(chip.chipName), std::string>::value);
-    static_assert(std::is_same<decltype(chip.i2cAddress), int>::value);
-    static_assert(std::is_same<decltype(chip.busSpeed), int>::value);
-    static_assert(std::is_same<decltype(chip.lm), HcLogical*>::value);
-    static_assert(std::is_same<decltype(chip.bus), I2cBus*>::value);
+    static_assert(std::is_same<decltype(chip_.chipName), std::string>::value);
+    static_assert(std::is_same<decltype(chip_.i2cAddress), int>::value);
+    static_assert(std::is_same<decltype(chip_.busSpeed), int>::value);
+    static_assert(std::is_same<decltype(chip_.lm), HcLogical*>::value);
+    static_assert(std::is_same<decltype(chip_.bus), I2cBus*>::value);
     static_assert(std::has_virtual_destructor<HdChip>::value);
     const std::vector<std::size_t> offsets{
-        OffsetIn(chip, chip.chipName), OffsetIn(chip, chip.i2cAddress),
-        OffsetIn(chip, chip.busSpeed), OffsetIn(chip, chip.lm), OffsetIn(chip, chip.bus)};
+        OffsetIn(chip_, chip_.chipName), OffsetIn(chip_, chip_.i2cAddress),
+        OffsetIn(chip_, chip_.busSpeed), OffsetIn(chip_, chip_.lm), OffsetIn(chip_, chip_.bus)};
     EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
-    EXPECT_EQ(sizeof chip, 3 * sizeof(void*) + sizeof(std::string) + 2 * sizeof(int));
+    EXPECT_EQ(sizeof chip_, 3 * sizeof(void*) + sizeof(std::string) + 2 * sizeof(int));
 }
 
 TEST_F(HdChipObject, GivesItsBusOnEveryCall) {
-    EXPECT_EQ(chip.GetBus(), chip.bus);
-    EXPECT_EQ(chip.GetBus(), chip.bus);
+    EXPECT_EQ(chip_.GetBus(), chip_.bus);
+    EXPECT_EQ(chip_.GetBus(), chip_.bus);
 }
 
 TEST_F(HdChipObject, DeletesItsBusButNotItsEngine) {
     bool bus_destroyed = false;
     bool engine_destroyed = false;
-    const auto engine = std::make_unique<WatchedEngine>(chip.bus, &engine_destroyed);
+    const auto engine = std::make_unique<WatchedEngine>(chip_.bus, &engine_destroyed);
     {
         HdChip fresh(BUSTYPE_I2C);
         delete fresh.lm;
@@ -133,30 +133,30 @@ TEST_F(HdChipDeathTest, EndsWithStatus1WithoutMemoryForItsEngine) {
 }
 
 TEST_F(HdChipOpenChip, OpensTheBusAtTheSpeedThatItIsTold) {
-    EXPECT_TRUE(chip.OpenChip("/dev/null", 100001));
+    EXPECT_TRUE(chip_.OpenChip("/dev/null", 100001));
 
-    EXPECT_EQ(chip.bus->devName, "/dev/null");
-    EXPECT_EQ(chip.bus->speed, 100001);
-    EXPECT_EQ(chip.busSpeed, 400000);
+    EXPECT_EQ(chip_.bus->devName, "/dev/null");
+    EXPECT_EQ(chip_.bus->speed, 100001);
+    EXPECT_EQ(chip_.busSpeed, 400000);
     EXPECT_THAT(platform.trace, ElementsAre("SPEED 100001"));
     EXPECT_THAT(platform.Messages(), ElementsAre()) << "at normal verbosity";
-    chip.bus->i2cClose();
+    chip_.bus->i2cClose();
 }
 
 TEST_F(HdChipOpenChip, SaysByItsNameThatTheChipIsReady) {
     g_p_hutil_opt->verbosity = 6;
 
-    Capture([&] { EXPECT_TRUE(chip.OpenChip("/dev/null", 400000)); });
+    Capture([&] { EXPECT_TRUE(chip_.OpenChip("/dev/null", 400000)); });
 
     EXPECT_EQ(platform.Messages().back(), "INF: Cayman chip ready");
     EXPECT_EQ(platform.Messages().size(), 3u);
-    chip.bus->i2cClose();
+    chip_.bus->i2cClose();
 }
 
 TEST_F(HdChipOpenChip, NamesTheDeviceAndTheSpeedWhenItCannotBeOpened) {
     bool ready = true;
     const std::string text =
-        WithoutPositions(Capture([&] { ready = chip.OpenChip("/nowhere/i2c1", 400000); }).out);
+        WithoutPositions(Capture([&] { ready = chip_.OpenChip("/nowhere/i2c1", 400000); }).out);
 
     EXPECT_FALSE(ready);
     EXPECT_EQ(text,
@@ -167,19 +167,19 @@ TEST_F(HdChipOpenChip, NamesTheDeviceAndTheSpeedWhenItCannotBeOpened) {
 TEST_F(HdChipOpenChip, FailsWhenTheSpeedCannotBeSet) {
     platform.Fail(DCMD_I2C_SET_BUS_SPEED, EINVAL);
 
-    Capture([&] { EXPECT_FALSE(chip.OpenChip("/dev/null", 400000)); });
+    Capture([&] { EXPECT_FALSE(chip_.OpenChip("/dev/null", 400000)); });
 
     EXPECT_EQ(platform.Messages().back(),
               "ERROR: opening connection to chip on /dev/null at 400000");
-    chip.bus->i2cClose();
+    chip_.bus->i2cClose();
 }
 
 TEST_F(HdChipOpenChip, CanBeTriedAgain) {
     Capture([&] {
-        EXPECT_FALSE(chip.OpenChip("/nowhere/i2c1", 400000));
-        EXPECT_TRUE(chip.OpenChip("/dev/null", 400000));
+        EXPECT_FALSE(chip_.OpenChip("/nowhere/i2c1", 400000));
+        EXPECT_TRUE(chip_.OpenChip("/dev/null", 400000));
     });
-    chip.bus->i2cClose();
+    chip_.bus->i2cClose();
 }
 
 }  // namespace

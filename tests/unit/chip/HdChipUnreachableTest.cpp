@@ -18,11 +18,11 @@ std::function<int()> g_status;
 
 class HdChipUnreachable : public fake::PlatformTest {
   protected:
-    HdChipUnreachable() : chip(BUSTYPE_I2C), engine(chip.lm) {
+    HdChipUnreachable() : chip_(BUSTYPE_I2C), engine_(chip_.lm) {
         platform.default_reply = fake::Reply({0, 1});
     }
     ~HdChipUnreachable() override {
-        delete engine;
+        delete engine_;
         g_unprotect = nullptr;
         g_status = nullptr;
     }
@@ -34,14 +34,14 @@ class HdChipUnreachable : public fake::PlatformTest {
         fflush(image);
         std::string path = "/proc/self/fd/" + std::to_string(fileno(image));
         bool result = true;
-        output = fake::Capture([&] { result = chip.ProgramBin(path); });
+        output_ = fake::Capture([&] { result = chip_.ProgramBin(path); });
         fclose(image);
         return result;
     }
 
-    HdChip chip;
-    HcLogical* engine;
-    fake::Output output;
+    HdChip chip_;
+    HcLogical* engine_;
+    fake::Output output_;
 };
 
 }  // namespace
@@ -56,7 +56,7 @@ int HdChip::ProgramWriteStatus() {
 
 TEST_F(HdChipUnreachable, EngineThatIsGoneAfterTheUnprotectionEndsItWithoutAMessage) {
     g_unprotect = [this] {
-        chip.lm = nullptr;
+        chip_.lm = nullptr;
         return true;
     };
 

@@ -19,9 +19,9 @@ TEST(Sha256, OfPieces) {
     digest.Update("a", 1);
     digest.Update("", 0);
     digest.Update("bc", 2);
-    const char ABC[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-    EXPECT_EQ(digest.Finish(), ABC);
-    EXPECT_EQ(Sha256Of("abc", 3), ABC);
+    const char abc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+    EXPECT_EQ(digest.Finish(), abc);
+    EXPECT_EQ(Sha256Of("abc", 3), abc);
 }
 
 }  // namespace

@@ -37,15 +37,15 @@ TEST(HutilOptionsFields, LieInTheirOrderBehindTheVirtualTable) {
     struct Layout {
         void* table;
         std::int32_t verbosity;
-        std::string logFile;
-        std::string traceFile;
-        std::string progName;
+        std::string log_file;
+        std::string trace_file;
+        std::string prog_name;
     };
     const HutilOptions options;
     EXPECT_EQ(OffsetIn(options, options.verbosity), offsetof(Layout, verbosity));
-    EXPECT_EQ(OffsetIn(options, options.logFile), offsetof(Layout, logFile));
-    EXPECT_EQ(OffsetIn(options, options.traceFile), offsetof(Layout, traceFile));
-    EXPECT_EQ(OffsetIn(options, options.progName), offsetof(Layout, progName));
+    EXPECT_EQ(OffsetIn(options, options.logFile), offsetof(Layout, log_file));
+    EXPECT_EQ(OffsetIn(options, options.traceFile), offsetof(Layout, trace_file));
+    EXPECT_EQ(OffsetIn(options, options.progName), offsetof(Layout, prog_name));
     EXPECT_EQ(sizeof(HutilOptions), sizeof(Layout));
 }
 

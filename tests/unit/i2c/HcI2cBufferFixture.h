@@ -12,9 +12,9 @@
 // An opened bus, and the usual ways to a chunk with something in it.
 class HcI2cBufferTest : public fake::PlatformTest {
   protected:
-    HcI2cBufferTest() : bus(0x2E) {
-        bus.fd = 11;
-        bus.devName = "/dev/i2c1";
+    HcI2cBufferTest() : bus_(0x2E) {
+        bus_.fd = 11;
+        bus_.devName = "/dev/i2c1";
     }
 
     // The header of a chunk.
@@ -44,7 +44,7 @@ class HcI2cBufferTest : public fake::PlatformTest {
         return bytes;
     }
 
-    I2cBus bus;
+    I2cBus bus_;
 };
 
 #endif

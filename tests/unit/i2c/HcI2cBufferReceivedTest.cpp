@@ -11,17 +11,17 @@ using HcI2cBufferReceived = HcI2cBufferTest;
 using HcI2cBufferShow = HcI2cBufferTest;
 
 TEST_F(HcI2cBufferReceived, CountIsTheChunksByte16) {
-    HcI2cBuffer received(&bus, 0x2E, 'r');
+    HcI2cBuffer received(&bus_, 0x2E, 'r');
     Receive(received, 14, Counting(64));
     EXPECT_EQ(received.GetRxBufLength(), 14);
 
-    HcI2cBuffer to_send(&bus, 0x2E, 't');
+    HcI2cBuffer to_send(&bus_, 0x2E, 't');
     to_send.FillBuffer(0xA5);
     EXPECT_EQ(to_send.GetRxBufLength(), 0xA5) << "the first byte to send";
 }
 
 TEST_F(HcI2cBufferReceived, LastByteIsTheOneTheCountPromises) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     const Bytes lm = Counting(64);
 
     for (const std::uint8_t count : Bytes{1, 14, 63, 64}) {
@@ -31,7 +31,7 @@ TEST_F(HcI2cBufferReceived, LastByteIsTheOneTheCountPromises) {
 }
 
 TEST_F(HcI2cBufferReceived, LastByteIsFoundByTheChunksOwnCountByte) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     chunk.buffer[16] = 3;
     chunk.data[2] = 0x42;
 
@@ -41,7 +41,7 @@ TEST_F(HcI2cBufferReceived, LastByteIsFoundByTheChunksOwnCountByte) {
 }
 
 TEST_F(HcI2cBufferReceived, LastByteStaysInsideTheChunkForEveryCount) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
 
     for (int count = 0; count <= 255; ++count) {
         Receive(chunk, static_cast<unsigned char>(count), Counting(64));
@@ -51,7 +51,7 @@ TEST_F(HcI2cBufferReceived, LastByteStaysInsideTheChunkForEveryCount) {
 }
 
 TEST_F(HcI2cBufferReceived, CopyTakesAsManyBytesAsTheCountPromises) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     Receive(chunk, 5, Counting(64));
     Bytes destination(8, 0xEE);
 
@@ -61,7 +61,7 @@ TEST_F(HcI2cBufferReceived, CopyTakesAsManyBytesAsTheCountPromises) {
 }
 
 TEST_F(HcI2cBufferReceived, CopyTakesNothingWhenTheCountReachesTheMaximum) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     Receive(chunk, 5, Counting(64));
     Bytes destination(8, 0xEE);
 
@@ -73,7 +73,7 @@ TEST_F(HcI2cBufferReceived, CopyTakesNothingWhenTheCountReachesTheMaximum) {
 }
 
 TEST_F(HcI2cBufferReceived, CopyOfACountOf0Succeeds) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     Receive(chunk, 0, Counting(64));
     unsigned char destination = 0xEE;
 
@@ -83,7 +83,7 @@ TEST_F(HcI2cBufferReceived, CopyOfACountOf0Succeeds) {
 }
 
 TEST_F(HcI2cBufferReceived, CopyOfEveryCountFindsZerosBeyondTheRead) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     Bytes expected = Counting(64);
     expected.resize(255);
 
@@ -96,7 +96,7 @@ TEST_F(HcI2cBufferReceived, CopyOfEveryCountFindsZerosBeyondTheRead) {
 }
 
 TEST_F(HcI2cBufferShow, PrintsTheHeaderAndDumpsThePayload) {
-    HcI2cBuffer chunk(&bus, 0xC8, 't');
+    HcI2cBuffer chunk(&bus_, 0xC8, 't');
     FillUp(chunk, 18);
     chunk.SetStop(1);
 
@@ -110,7 +110,7 @@ TEST_F(HcI2cBufferShow, PrintsTheHeaderAndDumpsThePayload) {
 }
 
 TEST_F(HcI2cBufferShow, PrintsNoDumpOfAnEmptyChunk) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
     const Output output = Capture([&] { chunk.ShowMsg(); });
 
@@ -120,7 +120,7 @@ TEST_F(HcI2cBufferShow, PrintsNoDumpOfAnEmptyChunk) {
 }
 
 TEST_F(HcI2cBufferShow, ReadsTheWholeWordOfEachField) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     const Bytes header{0x04, 0x03, 0x02, 0x81, 0x08, 0x07, 0x06, 0x05, 0, 0, 0, 0, 0, 0, 0, 0x01};
     std::copy(header.begin(), header.end(), chunk.buffer);
 
@@ -132,7 +132,7 @@ TEST_F(HcI2cBufferShow, ReadsTheWholeWordOfEachField) {
 }
 
 TEST_F(HcI2cBufferShow, DumpOfAReceivedChunkStaysInsideIt) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     Receive(chunk, 64, Bytes(64, 0xFF));
 
     const Output output = Capture([&] { chunk.ShowMsg(); });

@@ -22,18 +22,18 @@ using HcI2cBufferFill = HcI2cBufferTest;
 using HcI2cBufferDeathTest = HcI2cBufferTest;
 
 TEST_F(HcI2cBufferObject, TransmitChunkHas2048BytesBehindItsHeader) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
     EXPECT_EQ(chunk.data, chunk.buffer + 16);
     EXPECT_EQ(g_memalign_size, 2064u);
     EXPECT_EQ(chunk.GetSpace(), 2048);
     EXPECT_EQ(chunk.rxLength, 0);
     EXPECT_EQ(chunk.address, 0x2E);
-    EXPECT_EQ(chunk.bus, &bus);
+    EXPECT_EQ(chunk.bus, &bus_);
 }
 
 TEST_F(HcI2cBufferObject, ReceiveChunkHasACountByteBeforeItsData) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
 
     EXPECT_EQ(chunk.data, chunk.buffer + 17);
     EXPECT_EQ(chunk.rxLength, 0);
@@ -41,7 +41,7 @@ TEST_F(HcI2cBufferObject, ReceiveChunkHasACountByteBeforeItsData) {
 }
 
 TEST_F(HcI2cBufferObject, ReceiveChunkOwnsZeroedRoomForAllThatItsCountByteCanPromise) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
 
     ASSERT_GE(g_memalign_size, 17u + 255u);
     EXPECT_EQ(Bytes(chunk.buffer + 16, chunk.buffer + 17 + 255), Bytes(256, 0));
@@ -49,7 +49,7 @@ TEST_F(HcI2cBufferObject, ReceiveChunkOwnsZeroedRoomForAllThatItsCountByteCanPro
 
 TEST_F(HcI2cBufferObject, IsAlignedTo16Bytes) {
     for (const char type : {'t', 'r'}) {
-        HcI2cBuffer chunk(&bus, 0x2E, type);
+        HcI2cBuffer chunk(&bus_, 0x2E, type);
         EXPECT_EQ(g_memalign_alignment, 16u);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(chunk.buffer) % 16, 0u);
     }
@@ -57,14 +57,14 @@ TEST_F(HcI2cBufferObject, IsAlignedTo16Bytes) {
 
 TEST_F(HcI2cBufferObject, HeaderCarriesTheSevenBitAddressAndItsFormat) {
     for (const char type : {'t', 'r'}) {
-        HcI2cBuffer chunk(&bus, 0xC8, type);
+        HcI2cBuffer chunk(&bus_, 0xC8, type);
         EXPECT_EQ(Header(chunk), (Bytes{0x64, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
         EXPECT_EQ(chunk.address, 0xC8);
     }
 }
 
 TEST_F(HcI2cBufferObject, HoldsItsFieldsInThisOrderAndNothingElse) {
-    const HcI2cBuffer chunk(&bus, 0x2E, 't');
+    const HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
     static_assert(std::is_same<decltype(chunk.data), unsigned char*>::value);
     static_assert(std::is_same<decltype(chunk.rxLength), int>::value);
@@ -85,7 +85,7 @@ TEST_F(HcI2cBufferDeathTest, EndsWithStatus1BeforeAnythingIsAllocatedForAnUnknow
             {
                 fake::JoinOutputs();
                 g_memalign_result = ENOMEM;  // would be reported instead
-                HcI2cBuffer chunk(&bus, 0x2E, type);
+                HcI2cBuffer chunk(&bus_, 0x2E, type);
             },
             testing::ExitedWithCode(1),
             fake::Prints("bbpflash CRITICAL: invalid i2c buffer type\nERROR\n"));
@@ -99,7 +99,7 @@ TEST_F(HcI2cBufferDeathTest, EndsWithStatus1AndErrnoForEitherTypeWhenThereIsNoMe
                 fake::JoinOutputs();
                 g_memalign_result = ENOMEM;
                 g_memalign_errno = EAGAIN;
-                HcI2cBuffer chunk(&bus, 0x2E, type);
+                HcI2cBuffer chunk(&bus_, 0x2E, type);
             },
             testing::ExitedWithCode(1),
             fake::Prints("bbpflash CRITICAL: could not allocate memory for i2c tx buffer with "
@@ -108,7 +108,7 @@ TEST_F(HcI2cBufferDeathTest, EndsWithStatus1AndErrnoForEitherTypeWhenThereIsNoMe
 }
 
 TEST_F(HcI2cBufferFill, ByteGoesToTheEndOfThePayload) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
     EXPECT_EQ(chunk.FillBuffer(0xA5), 1);
     EXPECT_EQ(chunk.FillBuffer(0x5A), 1);
@@ -120,7 +120,7 @@ TEST_F(HcI2cBufferFill, ByteGoesToTheEndOfThePayload) {
 }
 
 TEST_F(HcI2cBufferFill, LengthIsALittleEndianWordAtOffset8) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
     FillUp(chunk, 0x0123);
 
@@ -128,7 +128,7 @@ TEST_F(HcI2cBufferFill, LengthIsALittleEndianWordAtOffset8) {
 }
 
 TEST_F(HcI2cBufferFill, ByteNumber2049IsRefusedAndChangesNothing) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 2048);
     const Bytes before(chunk.buffer, chunk.buffer + 2064);
 
@@ -140,7 +140,7 @@ TEST_F(HcI2cBufferFill, ByteNumber2049IsRefusedAndChangesNothing) {
 }
 
 TEST_F(HcI2cBufferFill, ArrayReplacesWhatWasThere) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 5);
     Bytes source{9, 8, 7};
     int length = 3;
@@ -153,7 +153,7 @@ TEST_F(HcI2cBufferFill, ArrayReplacesWhatWasThere) {
 }
 
 TEST_F(HcI2cBufferFill, ArrayIsCutAt2048Bytes) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     const Bytes whole = Counting(2049);
     Bytes source = whole;
     int length = 2049;
@@ -166,7 +166,7 @@ TEST_F(HcI2cBufferFill, ArrayIsCutAt2048Bytes) {
 }
 
 TEST_F(HcI2cBufferFill, ArrayOf1ByteIsTaken) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     unsigned char source = 0x42;
     int length = 1;
 
@@ -178,7 +178,7 @@ TEST_F(HcI2cBufferFill, ArrayOf1ByteIsTaken) {
 
 TEST_F(HcI2cBufferFill, ArrayOf0OrFewerBytesEmptiesTheChunk) {
     for (const int count : {0, -1, -2048}) {
-        HcI2cBuffer chunk(&bus, 0x2E, 't');
+        HcI2cBuffer chunk(&bus_, 0x2E, 't');
         FillUp(chunk, 5);
         unsigned char source = 0x42;
         int length = count;
@@ -192,7 +192,7 @@ TEST_F(HcI2cBufferFill, ArrayOf0OrFewerBytesEmptiesTheChunk) {
 }
 
 TEST_F(HcI2cBufferFill, NullArrayEmptiesTheChunkAndFails) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 5);
     int length = 3;
 
@@ -203,7 +203,7 @@ TEST_F(HcI2cBufferFill, NullArrayEmptiesTheChunkAndFails) {
 }
 
 TEST_F(HcI2cBufferFill, NullLengthEmptiesTheChunkAndFails) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 5);
     unsigned char source = 0x42;
 

@@ -14,7 +14,7 @@ using HcI2cBufferSend = HcI2cBufferTest;
 using HcI2cBufferGet = HcI2cBufferTest;
 
 TEST_F(HcI2cBufferSend, LocksSendsAndUnlocks) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 12);
 
     EXPECT_EQ(chunk.SendBuffer(), 1);
@@ -34,7 +34,7 @@ TEST_F(HcI2cBufferSend, LocksSendsAndUnlocks) {
 }
 
 TEST_F(HcI2cBufferSend, SendsOfAFullChunkAllItsBytes) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 2048);
 
     EXPECT_EQ(chunk.SendBuffer(), 1);
@@ -43,7 +43,7 @@ TEST_F(HcI2cBufferSend, SendsOfAFullChunkAllItsBytes) {
 }
 
 TEST_F(HcI2cBufferSend, RefusedLockIsReportedAndReleasedAllTheSame) {
-    HcI2cBuffer chunk(&bus, 0xC8, 't');
+    HcI2cBuffer chunk(&bus_, 0xC8, 't');
     FillUp(chunk, 12);
     platform.Fail(DCMD_I2C_LOCK, EBUSY);
     platform.Fail(DCMD_I2C_UNLOCK, EPERM);
@@ -65,7 +65,7 @@ TEST_F(HcI2cBufferSend, RefusedLockIsReportedAndReleasedAllTheSame) {
 }
 
 TEST_F(HcI2cBufferSend, FailedSendIsReportedShownAndLeavesTheBusLocked) {
-    HcI2cBuffer chunk(&bus, 0xC8, 't');
+    HcI2cBuffer chunk(&bus_, 0xC8, 't');
     FillUp(chunk, 2);
     platform.Fail(DCMD_I2C_SEND, EIO);
 
@@ -82,7 +82,7 @@ TEST_F(HcI2cBufferSend, FailedSendIsReportedShownAndLeavesTheBusLocked) {
 }
 
 TEST_F(HcI2cBufferSend, FailedUnlockIsReportedButDoesNotFailTheSend) {
-    HcI2cBuffer chunk(&bus, 0x2E, 't');
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
     FillUp(chunk, 2);
     platform.Fail(DCMD_I2C_UNLOCK, EPERM);
 
@@ -98,7 +98,7 @@ TEST_F(HcI2cBufferSend, FailedUnlockIsReportedButDoesNotFailTheSend) {
 }
 
 TEST_F(HcI2cBufferGet, LocksReceives65BytesAndUnlocks) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     platform.Answer(fake::Reply::Raw({14, 0xA5, 0xA4}));
 
     EXPECT_EQ(chunk.GetBuffer(), 1);
@@ -118,7 +118,7 @@ TEST_F(HcI2cBufferGet, LocksReceives65BytesAndUnlocks) {
 }
 
 TEST_F(HcI2cBufferGet, RefusedLockIsReportedAndReleasedAllTheSame) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     platform.Fail(DCMD_I2C_LOCK, EBUSY);
 
     int result = -1;
@@ -133,7 +133,7 @@ TEST_F(HcI2cBufferGet, RefusedLockIsReportedAndReleasedAllTheSame) {
 }
 
 TEST_F(HcI2cBufferGet, FailedReceiveIsReportedShownAndLeavesTheBusLocked) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     platform.Fail(DCMD_I2C_RECV, ENXIO);
 
     int result = -1;
@@ -154,7 +154,7 @@ TEST_F(HcI2cBufferGet, FailedReceiveIsReportedShownAndLeavesTheBusLocked) {
 }
 
 TEST_F(HcI2cBufferGet, FailedUnlockFailsTheReceiveAfterTheCountIsTaken) {
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     platform.Answer(fake::Reply::Raw({14}));
     platform.Fail(DCMD_I2C_UNLOCK, EPERM);
 

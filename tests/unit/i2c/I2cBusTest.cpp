@@ -35,10 +35,10 @@ class I2cBusTest : public fake::PlatformTest {
 
     // The lines on standard output of i2cOpen("/dev/i2c1", 400000), whose result is `result`.
     std::string Open(I2cBus& bus) {
-        return WithoutPositions(Capture([&] { result = bus.i2cOpen("/dev/i2c1", 400000); }).out);
+        return WithoutPositions(Capture([&] { result_ = bus.i2cOpen("/dev/i2c1", 400000); }).out);
     }
 
-    int result = -99;
+    int result_ = -99;
 };
 
 using I2cBusObject = I2cBusTest;
@@ -89,7 +89,7 @@ TEST_F(I2cBusOpen, OpensTheDeviceForReadingAndWritingAndSetsItsSpeed) {
 
     Open(bus);
 
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result_, 0);
     EXPECT_EQ(g_opened_path, "/dev/i2c1");
     EXPECT_EQ(g_open_flags, O_RDWR);
     EXPECT_EQ(bus.devName, "/dev/i2c1");
@@ -119,9 +119,9 @@ TEST_F(I2cBusOpen, ReportsTheResultRatherThanErrnoWhenTheDeviceDoesNotExist) {
     I2cBus bus(0x2E);
 
     const std::string text =
-        WithoutPositions(Capture([&] { result = bus.i2cOpen("/nowhere/i2c1", 400000); }).out);
+        WithoutPositions(Capture([&] { result_ = bus.i2cOpen("/nowhere/i2c1", 400000); }).out);
 
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(result_, -1);
     EXPECT_EQ(text,
               "bbpflash CRITICAL: opening /nowhere/i2c1 with result \"Unknown error -1\" (-1)\n");
     EXPECT_EQ(g_p_hutil_opt->verbosity, 10);
@@ -132,7 +132,7 @@ TEST_F(I2cBusOpen, TakesADescriptorOf0ForAFailure) {
     I2cBus bus(0x2E);
 
     EXPECT_EQ(Open(bus), "bbpflash CRITICAL: opening /dev/i2c1 with result \"Success\" (0)\n");
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result_, 0);
     EXPECT_THAT(platform.trace, ElementsAre());
 }
 
@@ -142,7 +142,7 @@ TEST_F(I2cBusOpen, TakesADescriptorOf1ForASuccess) {
 
     Open(bus);
 
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result_, 0);
     EXPECT_EQ(bus.fd, 1);
 }
 
@@ -155,7 +155,7 @@ TEST_F(I2cBusOpen, ChangesNoFieldWhenItFails) {
 
     Open(bus);
 
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(result_, -1);
     EXPECT_EQ(bus.devName, "before");
     EXPECT_EQ(bus.fd, 3);
     EXPECT_EQ(bus.speed, 4);
@@ -172,7 +172,7 @@ TEST_F(I2cBusOpen, LeavesTheDeviceOpenWhenItsSpeedCannotBeSet) {
               "bbpflash INF: Opened /dev/i2c1 (7)\n"
               "bbpflash ERROR: Setting speed to 400000 on /dev/i2c1 with result "
               "\"Function not implemented\" (38)\n");
-    EXPECT_EQ(result, 5);
+    EXPECT_EQ(result_, 5);
     EXPECT_EQ(bus.fd, 7);
     EXPECT_EQ(bus.devName, "/dev/i2c1");
     EXPECT_EQ(bus.speed, 100000);
@@ -200,9 +200,9 @@ TEST_F(I2cBusChangeSpeed, StoresAndInformsOfTheSpeed) {
     bus.devName = "/dev/i2c1";
 
     const std::string text =
-        WithoutPositions(Capture([&] { result = bus.i2cChangeSpeed(50000); }).out);
+        WithoutPositions(Capture([&] { result_ = bus.i2cChangeSpeed(50000); }).out);
 
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result_, 0);
     EXPECT_EQ(bus.speed, 50000);
     EXPECT_EQ(text, "bbpflash INF: Set speed on /dev/i2c1 (9) to 50000\n");
 }
@@ -215,9 +215,9 @@ TEST_F(I2cBusChangeSpeed, ReportsTheResultAndReturns5WhenTheDeviceRefuses) {
     platform.Fail(DCMD_I2C_SET_BUS_SPEED, EINVAL);
 
     const std::string text =
-        WithoutPositions(Capture([&] { result = bus.i2cChangeSpeed(400000); }).out);
+        WithoutPositions(Capture([&] { result_ = bus.i2cChangeSpeed(400000); }).out);
 
-    EXPECT_EQ(result, 5);
+    EXPECT_EQ(result_, 5);
     EXPECT_EQ(bus.speed, 12345);
     EXPECT_EQ(text,
               "bbpflash ERROR: Setting speed to 400000 on /dev/i2c1 with result "
@@ -228,9 +228,9 @@ TEST_F(I2cBusChangeSpeed, CountsANegativeResultAsAFailure) {
     I2cBus bus(0x2E);
     platform.Fail(DCMD_I2C_SET_BUS_SPEED, -1);
 
-    Capture([&] { result = bus.i2cChangeSpeed(400000); });
+    Capture([&] { result_ = bus.i2cChangeSpeed(400000); });
 
-    EXPECT_EQ(result, 5);
+    EXPECT_EQ(result_, 5);
 }
 
 TEST_F(I2cBusClose, ClosesTheDescriptorAndKeepsItsValue) {
@@ -240,9 +240,9 @@ TEST_F(I2cBusClose, ClosesTheDescriptorAndKeepsItsValue) {
     bus.fd = 7;
     bus.devName = "/dev/i2c1";
 
-    const std::string text = WithoutPositions(Capture([&] { result = bus.i2cClose(); }).out);
+    const std::string text = WithoutPositions(Capture([&] { result_ = bus.i2cClose(); }).out);
 
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result_, 0);
     EXPECT_THAT(g_closed, ElementsAre(7));
     EXPECT_EQ(bus.fd, 7);
     EXPECT_EQ(text, "bbpflash INF: Closed /dev/i2c1 (7)\n");
@@ -254,9 +254,9 @@ TEST_F(I2cBusClose, SaysClosedEvenAfterAFailure) {
     bus.fd = 7;
     bus.devName = "/dev/i2c1";
 
-    const std::string text = WithoutPositions(Capture([&] { result = bus.i2cClose(); }).out);
+    const std::string text = WithoutPositions(Capture([&] { result_ = bus.i2cClose(); }).out);
 
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(result_, -1);
     EXPECT_EQ(text,
               "bbpflash ERROR: Closing /dev/i2c1 (7)\n"
               "bbpflash INF: Closed /dev/i2c1 (7)\n");

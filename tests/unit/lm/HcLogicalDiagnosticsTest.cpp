@@ -13,7 +13,7 @@ using HcLogicalShowTxLM = HcLogicalTest;
 class HcLogicalShowRxLM : public HcLogicalTest {
   protected:
     ~HcLogicalShowRxLM() override {
-        for (const HcI2cBuffer* chunk : lm.rxBuffers) {
+        for (const HcI2cBuffer* chunk : lm_.rxBuffers) {
             delete chunk;
         }
     }
@@ -21,8 +21,8 @@ class HcLogicalShowRxLM : public HcLogicalTest {
     // Puts a chunk that has received `reply` into the list.
     void Received(Reply reply) {
         platform.Answer(std::move(reply));
-        lm.rxBuffers.push_back(new HcI2cBuffer(&bus, 0x2E, 'r'));
-        ASSERT_EQ(lm.rxBuffers.back()->GetBuffer(), 1);
+        lm_.rxBuffers.push_back(new HcI2cBuffer(&bus_, 0x2E, 'r'));
+        ASSERT_EQ(lm_.rxBuffers.back()->GetBuffer(), 1);
     }
 };
 
@@ -36,12 +36,12 @@ std::string Row(const std::string& byte) {
 }
 
 TEST_F(HcLogicalShowTxLM, PrintsHeaderChunkAndChecksumAndDumpsTheBytes) {
-    lm.SetNumSegs(14);
-    lm.Begin(0x84, 1);
-    lm.Fill(0x05);
-    lm.Terminate();
+    lm_.SetNumSegs(14);
+    lm_.Begin(0x84, 1);
+    lm_.Fill(0x05);
+    lm_.Terminate();
 
-    const Output output = Capture([&] { lm.ShowTxLM(); });
+    const Output output = Capture([&] { lm_.ShowTxLM(); });
 
     EXPECT_EQ(output.out,
               "\n\tLM Header information\n\n"
@@ -60,18 +60,18 @@ TEST_F(HcLogicalShowTxLM, PrintsHeaderChunkAndChecksumAndDumpsTheBytes) {
 }
 
 TEST_F(HcLogicalShowTxLM, ShowsWhatIsInvalid) {
-    lm.numSegs = 0x0203;
-    lm.currSeg = 0x0201;
-    lm.Begin(0x80, 1);
-    lm.txBuffer->data[0] = 0x5A;
-    lm.txBuffer->data[1] = 0xA4;
-    lm.txBuffer->data[2] = 255;
-    lm.txBuffer->data[3] = 2;
-    lm.txBuffer->data[4] = 0x01;
-    lm.txBuffer->data[5] = 0x08;
-    lm.txBuffer->data[7] = 0x80;
+    lm_.numSegs = 0x0203;
+    lm_.currSeg = 0x0201;
+    lm_.Begin(0x80, 1);
+    lm_.txBuffer->data[0] = 0x5A;
+    lm_.txBuffer->data[1] = 0xA4;
+    lm_.txBuffer->data[2] = 255;
+    lm_.txBuffer->data[3] = 2;
+    lm_.txBuffer->data[4] = 0x01;
+    lm_.txBuffer->data[5] = 0x08;
+    lm_.txBuffer->data[7] = 0x80;
 
-    const Output output = Capture([&] { lm.ShowTxLM(); });
+    const Output output = Capture([&] { lm_.ShowTxLM(); });
 
     EXPECT_EQ(output.out,
               "\n\tLM Header information\n\n"
@@ -89,15 +89,15 @@ TEST_F(HcLogicalShowTxLM, ShowsWhatIsInvalid) {
 }
 
 TEST_F(HcLogicalShowTxLM, TakesALengthOf2048ForValid) {
-    lm.Begin(0x84, 5000);
+    lm_.Begin(0x84, 5000);
 
-    const Output output = Capture([&] { lm.ShowTxLM(); });
+    const Output output = Capture([&] { lm_.ShowTxLM(); });
 
     EXPECT_THAT(output.out, testing::HasSubstr("\t\t[4]  length:   2048 (valid)\n"));
 }
 
 TEST_F(HcLogicalShowTxLM, StaysInsideTheChunkBeforeTheFirstMessage) {
-    const Output output = Capture([&] { lm.ShowTxLM(); });
+    const Output output = Capture([&] { lm_.ShowTxLM(); });
 
     EXPECT_THAT(output.out, testing::EndsWith(
                                 "\tI2C information (add fmt stop txlen rxlen): 0x17 0x02 0x00 0 0\n"
@@ -106,11 +106,11 @@ TEST_F(HcLogicalShowTxLM, StaysInsideTheChunkBeforeTheFirstMessage) {
 }
 
 TEST_F(HcLogicalShowTxLM, DumpsAllBytesOfAFullMessage) {
-    lm.Begin(0x84, 2035);
-    lm.txBuffer->SetLength(2048);
-    lm.txBuffer->data[2047] = 0xC3;
+    lm_.Begin(0x84, 2035);
+    lm_.txBuffer->SetLength(2048);
+    lm_.txBuffer->data[2047] = 0xC3;
 
-    const Output output = Capture([&] { lm.ShowTxLM(); });
+    const Output output = Capture([&] { lm_.ShowTxLM(); });
 
     EXPECT_THAT(output.out, testing::EndsWith("2048 165\n\t\t[last] LM checksum: C3\n\n"));
     EXPECT_EQ(std::count(output.err.begin(), output.err.end(), '\n'), 128 + 2);
@@ -118,7 +118,7 @@ TEST_F(HcLogicalShowTxLM, DumpsAllBytesOfAFullMessage) {
 }
 
 TEST_F(HcLogicalShowRxLM, PrintsNothingWithoutChunks) {
-    const Output output = Capture([&] { lm.ShowRxLM(); });
+    const Output output = Capture([&] { lm_.ShowRxLM(); });
 
     EXPECT_EQ(output.out, "");
     EXPECT_EQ(output.err, "");
@@ -127,7 +127,7 @@ TEST_F(HcLogicalShowRxLM, PrintsNothingWithoutChunks) {
 TEST_F(HcLogicalShowRxLM, ShowsThatAllIsWellAsInvalid) {
     Received(Reply::Raw({14, 0xA5, 0xA5, 7, 1, 14, 0, 0x84, 0x01, 1, 0, 0, 0, 0x2A, 0x0C}));
 
-    const Output output = Capture([&] { lm.ShowRxLM(); });
+    const Output output = Capture([&] { lm_.ShowRxLM(); });
 
     EXPECT_EQ(output.out,
               "\n\tLM Header information\n\n"
@@ -158,9 +158,9 @@ TEST_F(HcLogicalShowRxLM, PrintsTheHeaderOfTheFirstAndTheChecksumOfTheLastChunk)
     Received(Reply::Raw(first));
     Received(Reply::Raw(second));
     Received(Reply::Raw(third));
-    lm.rxBuffers[1]->SetStop(1);
+    lm_.rxBuffers[1]->SetStop(1);
 
-    const Output output = Capture([&] { lm.ShowRxLM(); });
+    const Output output = Capture([&] { lm_.ShowRxLM(); });
 
     EXPECT_EQ(output.out,
               "\n\tLM Header information\n\n"
@@ -190,14 +190,14 @@ TEST_F(HcLogicalShowRxLM, FindsTheChecksumInsideTheChunkForEveryCount) {
         bytes[0] = static_cast<std::uint8_t>(count);
         Received(Reply::Raw(bytes));
 
-        const Output output = Capture([&] { lm.ShowRxLM(); });
+        const Output output = Capture([&] { lm_.ShowRxLM(); });
 
         const char* const expected = count == 0 ? "00" : count <= 64 ? "AB" : "00";
         EXPECT_THAT(output.out,
                     testing::EndsWith("65 " + std::to_string(count) +
                                       "\n\t\t[last] LM checksum: " + expected + "\n\n"));
-        delete lm.rxBuffers.back();
-        lm.rxBuffers.clear();
+        delete lm_.rxBuffers.back();
+        lm_.rxBuffers.clear();
     }
 }
 

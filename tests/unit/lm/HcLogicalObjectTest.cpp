@@ -20,9 +20,9 @@ using HcLogicalSetNumSegs = HcLogicalTransmit;
 using HcLogicalTransmitDeathTest = HcLogicalTransmit;
 
 TEST_F(HcLogicalObject, StartsWithAllCountersAt0AndInstance1) {
-    const HcLogical fresh(&bus, 0xC8);
+    const HcLogical fresh(&bus_, 0xC8);
 
-    EXPECT_EQ(fresh.bus, &bus);
+    EXPECT_EQ(fresh.bus, &bus_);
     ASSERT_NE(fresh.txBuffer, nullptr);
     EXPECT_EQ(fresh.txLength, 0);
     EXPECT_EQ(fresh.lmCount, 0);
@@ -36,45 +36,45 @@ TEST_F(HcLogicalObject, StartsWithAllCountersAt0AndInstance1) {
 }
 
 TEST_F(HcLogicalObject, OwnsAnEmptyTransmitChunkForItsBusAndAddress) {
-    const HcLogical fresh(&bus, 0xC8);
+    const HcLogical fresh(&bus_, 0xC8);
 
-    EXPECT_EQ(fresh.txBuffer->bus, &bus);
+    EXPECT_EQ(fresh.txBuffer->bus, &bus_);
     EXPECT_EQ(fresh.txBuffer->address, 0xC8);
     EXPECT_EQ(fresh.txBuffer->data, fresh.txBuffer->buffer + 16);
     EXPECT_EQ(fresh.txBuffer->GetSpace(), 2048);
 }
 
 TEST_F(HcLogicalObject, HoldsItsFieldsInThisOrder) {
-    static_assert(std::is_same<decltype(lm.bus), I2cBus*>::value);
-    static_assert(std::is_same<decltype(lm.txBuffer), HcI2cBuffer*>::value);
-    static_assert(std::is_same<decltype(lm.txLength), int>::value);
-    static_assert(std::is_same<decltype(lm.lmCount), unsigned char>::value);
-    static_assert(std::is_same<decltype(lm.lmInstance), unsigned char>::value);
-    static_assert(std::is_same<decltype(lm.numSegs), int>::value);
-    static_assert(std::is_same<decltype(lm.currSeg), int>::value);
-    static_assert(std::is_same<decltype(lm.flag), unsigned char>::value);
-    static_assert(std::is_same<decltype(lm.rxBuffers), std::vector<HcI2cBuffer*>>::value);
-    static_assert(std::is_same<decltype(lm.rxLength), int>::value);
-    static_assert(std::is_same<decltype(lm.address), unsigned char>::value);
+    static_assert(std::is_same<decltype(lm_.bus), I2cBus*>::value);
+    static_assert(std::is_same<decltype(lm_.txBuffer), HcI2cBuffer*>::value);
+    static_assert(std::is_same<decltype(lm_.txLength), int>::value);
+    static_assert(std::is_same<decltype(lm_.lmCount), unsigned char>::value);
+    static_assert(std::is_same<decltype(lm_.lmInstance), unsigned char>::value);
+    static_assert(std::is_same<decltype(lm_.numSegs), int>::value);
+    static_assert(std::is_same<decltype(lm_.currSeg), int>::value);
+    static_assert(std::is_same<decltype(lm_.flag), unsigned char>::value);
+    static_assert(std::is_same<decltype(lm_.rxBuffers), std::vector<HcI2cBuffer*>>::value);
+    static_assert(std::is_same<decltype(lm_.rxLength), int>::value);
+    static_assert(std::is_same<decltype(lm_.address), unsigned char>::value);
     static_assert(std::has_virtual_destructor<HcLogical>::value);
     const std::vector<std::size_t> offsets{
-        OffsetIn(lm, lm.bus),      OffsetIn(lm, lm.txBuffer),   OffsetIn(lm, lm.txLength),
-        OffsetIn(lm, lm.lmCount),  OffsetIn(lm, lm.lmInstance), OffsetIn(lm, lm.numSegs),
-        OffsetIn(lm, lm.currSeg),  OffsetIn(lm, lm.flag),       OffsetIn(lm, lm.rxBuffers),
-        OffsetIn(lm, lm.rxLength), OffsetIn(lm, lm.address)};
+        OffsetIn(lm_, lm_.bus),      OffsetIn(lm_, lm_.txBuffer),   OffsetIn(lm_, lm_.txLength),
+        OffsetIn(lm_, lm_.lmCount),  OffsetIn(lm_, lm_.lmInstance), OffsetIn(lm_, lm_.numSegs),
+        OffsetIn(lm_, lm_.currSeg),  OffsetIn(lm_, lm_.flag),       OffsetIn(lm_, lm_.rxBuffers),
+        OffsetIn(lm_, lm_.rxLength), OffsetIn(lm_, lm_.address)};
     EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
     EXPECT_EQ(offsets.front(), sizeof(void*)) << "right behind the table of virtual functions";
-    EXPECT_EQ(sizeof lm, 3 * sizeof(void*) + 20 + (sizeof(void*) - 4) + sizeof lm.rxBuffers + 8);
+    EXPECT_EQ(sizeof lm_, 3 * sizeof(void*) + 20 + (sizeof(void*) - 4) + sizeof lm_.rxBuffers + 8);
 }
 
 TEST_F(HcLogicalObject, DestroysItsTransmitChunkButNoReceivedOne) {
     bool transmit_destroyed = false;
     bool received_destroyed = false;
-    const auto received = std::make_unique<WatchedChunk>(&bus, &received_destroyed);
+    const auto received = std::make_unique<WatchedChunk>(&bus_, &received_destroyed);
     {
-        HcLogical fresh(&bus, 0x2E);
+        HcLogical fresh(&bus_, 0x2E);
         delete fresh.txBuffer;
-        fresh.txBuffer = new WatchedChunk(&bus, &transmit_destroyed);
+        fresh.txBuffer = new WatchedChunk(&bus_, &transmit_destroyed);
         fresh.rxBuffers.push_back(received.get());
     }
 
@@ -96,7 +96,7 @@ TEST_F(HcLogicalTransmitDeathTest, EndsWithStatus1WithoutMemoryForItsChunk) {
         {
             fake::JoinOutputs();
             g_no_memory = true;
-            HcLogical(&bus, 0x2E);
+            HcLogical(&bus_, 0x2E);
         },
         testing::ExitedWithCode(1),
         fake::Prints("bbpflash CRITICAL: creating new LM tx buffer\nERROR\n"));
@@ -106,9 +106,9 @@ TEST_F(HcLogicalTransmitDeathTest, BeginEndsWithStatus1WithoutAChunk) {
     EXPECT_EXIT(
         {
             fake::JoinOutputs();
-            lm.txBuffer = nullptr;
+            lm_.txBuffer = nullptr;
             errno = ENOMEM;
-            lm.Begin(0x84, 1);
+            lm_.Begin(0x84, 1);
         },
         testing::ExitedWithCode(1),
         fake::Prints("bbpflash CRITICAL: could not allocate memory for buffer with result "
@@ -116,36 +116,36 @@ TEST_F(HcLogicalTransmitDeathTest, BeginEndsWithStatus1WithoutAChunk) {
 }
 
 TEST_F(HcLogicalReset, ClearsAllButTheCountUnlessToldTo) {
-    lm.lmInstance = 9;
-    lm.numSegs = 9;
-    lm.currSeg = 9;
-    lm.txLength = 9;
-    lm.rxLength = 9;
-    lm.flag = 9;
-    lm.lmCount = 9;
+    lm_.lmInstance = 9;
+    lm_.numSegs = 9;
+    lm_.currSeg = 9;
+    lm_.txLength = 9;
+    lm_.rxLength = 9;
+    lm_.flag = 9;
+    lm_.lmCount = 9;
 
-    lm.Reset(false);
+    lm_.Reset(false);
 
-    EXPECT_EQ(lm.lmInstance, 1);
-    EXPECT_EQ(lm.numSegs, 0);
-    EXPECT_EQ(lm.currSeg, 0);
-    EXPECT_EQ(lm.txLength, 0);
-    EXPECT_EQ(lm.rxLength, 0);
-    EXPECT_EQ(lm.flag, 0);
-    EXPECT_EQ(lm.lmCount, 9);
+    EXPECT_EQ(lm_.lmInstance, 1);
+    EXPECT_EQ(lm_.numSegs, 0);
+    EXPECT_EQ(lm_.currSeg, 0);
+    EXPECT_EQ(lm_.txLength, 0);
+    EXPECT_EQ(lm_.rxLength, 0);
+    EXPECT_EQ(lm_.flag, 0);
+    EXPECT_EQ(lm_.lmCount, 9);
 
-    lm.Reset(true);
+    lm_.Reset(true);
 
-    EXPECT_EQ(lm.lmCount, 0);
-    EXPECT_EQ(lm.lmInstance, 1);
+    EXPECT_EQ(lm_.lmCount, 0);
+    EXPECT_EQ(lm_.lmInstance, 1);
 }
 
 TEST_F(HcLogicalReset, TouchesNeitherTheChunkNorTheBus) {
-    lm.Begin(0x84, 1);
+    lm_.Begin(0x84, 1);
 
-    lm.Reset(true);
+    lm_.Reset(true);
 
-    EXPECT_EQ(lm.txBuffer->GetLength(), 12);
+    EXPECT_EQ(lm_.txBuffer->GetLength(), 12);
     EXPECT_EQ(Request(2), (Bytes{0xA5, 0xA5}));
     EXPECT_THAT(platform.trace, ElementsAre());
 }
@@ -166,22 +166,22 @@ TEST_F(HcLogicalSetNumSegs, CountsSegmentsOf2035BytesWithOneMoreWhenTheLastIsFul
                  {133361689, 65535},
                  {133363723, 65535}};
     for (const auto& one : cases) {
-        lm.numSegs = -7;
-        EXPECT_EQ(lm.SetNumSegs(one.total), 1) << one.total;
-        EXPECT_EQ(lm.numSegs, one.segments) << one.total;
+        lm_.numSegs = -7;
+        EXPECT_EQ(lm_.SetNumSegs(one.total), 1) << one.total;
+        EXPECT_EQ(lm_.numSegs, one.segments) << one.total;
     }
     EXPECT_THAT(platform.Messages(), ElementsAre());
 }
 
 TEST_F(HcLogicalSetNumSegs, RefusesMoreThan65535SegmentsAndKeepsTheNumber) {
-    lm.numSegs = 3;
+    lm_.numSegs = 3;
 
     Capture([&] {
-        EXPECT_EQ(lm.SetNumSegs(133363724), 0);
-        EXPECT_EQ(lm.SetNumSegs(INT32_MAX), 0);
+        EXPECT_EQ(lm_.SetNumSegs(133363724), 0);
+        EXPECT_EQ(lm_.SetNumSegs(INT32_MAX), 0);
     });
 
-    EXPECT_EQ(lm.numSegs, 3);
+    EXPECT_EQ(lm_.numSegs, 3);
     EXPECT_THAT(platform.Messages(),
                 ElementsAre("ERROR: 133363724 would exceed maximum of 2^16 LM transfer capacity",
                             "ERROR: 2147483647 would exceed maximum of 2^16 LM transfer capacity"));

@@ -19,17 +19,17 @@ class HcLogicalReceive : public HcLogicalTest {
         platform.Answer(std::move(reply));
         platform.log.clear();
         int result = -99;
-        output = fake::Capture([&] { result = lm.RetrieveShort(payload); });
+        output_ = fake::Capture([&] { result = lm_.RetrieveShort(payload); });
         return result;
     }
 
     int RetrieveLong(unsigned char* destination) {
         int result = -99;
-        output = fake::Capture([&] { result = lm.RetrieveLong(destination); });
+        output_ = fake::Capture([&] { result = lm_.RetrieveLong(destination); });
         return result;
     }
 
-    fake::Output output;
+    fake::Output output_;
 };
 
 #endif

@@ -46,9 +46,9 @@ TEST_F(HcLogicalRetrieveLong, TakesAReplyThatOneReadCompletes) {
     expected.resize(20, 0x11);
     expected.resize(256, 0xEE);
     EXPECT_EQ(destination, expected) << "as many bytes as the count says, header included";
-    EXPECT_EQ(lm.rxLength, 165);
-    EXPECT_EQ(lm.rxBuffers.size(), 1u);
-    EXPECT_EQ(output.out, "");
+    EXPECT_EQ(lm_.rxLength, 165);
+    EXPECT_EQ(lm_.rxBuffers.size(), 1u);
+    EXPECT_EQ(output_.out, "");
 }
 
 TEST_F(HcLogicalRetrieveLong, CountsTheFirstByteOfEachReadAsReceived) {
@@ -59,8 +59,8 @@ TEST_F(HcLogicalRetrieveLong, CountsTheFirstByteOfEachReadAsReceived) {
     EXPECT_EQ(RetrieveLong(destination.data()), 1);
 
     EXPECT_EQ(platform.Calls(DCMD_I2C_RECV).size(), 2u);
-    EXPECT_EQ(lm.rxLength, 166);
-    EXPECT_EQ(lm.GetRxPayloadSize(), 153);
+    EXPECT_EQ(lm_.rxLength, 166);
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 153);
 }
 
 TEST_F(HcLogicalRetrieveLong, ReadsOnWhileTheFirstBytesDoNotReachTheLength) {
@@ -73,7 +73,7 @@ TEST_F(HcLogicalRetrieveLong, ReadsOnWhileTheFirstBytesDoNotReachTheLength) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 1);
 
-    EXPECT_EQ(lm.rxLength, 512);
+    EXPECT_EQ(lm_.rxLength, 512);
     EXPECT_EQ(platform.Calls(DCMD_I2C_RECV).size(), 5u);
 }
 
@@ -114,7 +114,7 @@ TEST_F(HcLogicalRetrieveLong, IsCompleteOnlyAtTheLastSegment) {
 
 TEST_F(HcLogicalRetrieveLong, ReadsUntilAReadFailsWhenItIsNotTheLastSegment) {
     for (const auto& [segs, seg] : {std::pair<unsigned, unsigned>{2, 0}, {1, 1}, {0, 0}}) {
-        HcLogical fresh(&bus, 0x2E);
+        HcLogical fresh(&bus_, 0x2E);
         Bytes destination(256, 0xEE);
         platform.devctls.clear();
         platform.replies.clear();
@@ -159,18 +159,18 @@ TEST_F(HcLogicalRetrieveLong, ReadsNoHeaderWhenAnEarlierReplyCounts) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 0);
 
-    EXPECT_EQ(lm.rxLength, 14 + 165);
+    EXPECT_EQ(lm_.rxLength, 14 + 165);
 }
 
 TEST_F(HcLogicalRetrieveLong, ReadsNoHeaderWhenBytesCountAsReceivedEvenWithoutAChunk) {
-    lm.rxLength = 1;
+    lm_.rxLength = 1;
     Bytes destination(256);
     platform.Answer(LongRead(64, 0xA5, 13, 1, 0, 0));
     platform.Fail(DCMD_I2C_RECV, EIO, 1);
 
     EXPECT_EQ(RetrieveLong(destination.data()), 0);
 
-    EXPECT_EQ(lm.rxBuffers.size(), 1u);
+    EXPECT_EQ(lm_.rxBuffers.size(), 1u);
 }
 
 TEST_F(HcLogicalRetrieveLong, DoesNotValidate) {
@@ -180,7 +180,7 @@ TEST_F(HcLogicalRetrieveLong, DoesNotValidate) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 1);
 
-    EXPECT_EQ(lm.currSeg, 0);
+    EXPECT_EQ(lm_.currSeg, 0);
     EXPECT_EQ(destination[0], 0xFF);
 }
 
@@ -191,11 +191,11 @@ TEST_F(HcLogicalRetrieveLong, ReportsAFailedReadAndShowsWhatCameBefore) {
 
     EXPECT_EQ(RetrieveLong(destination.data()), 0);
 
-    const fake::Output dump = fake::Capture([&] { lm.ShowRxLM(); });
+    const fake::Output dump = fake::Capture([&] { lm_.ShowRxLM(); });
     EXPECT_NE(dump.out, "");
-    EXPECT_THAT(fake::WithoutPositions(output.out),
+    EXPECT_THAT(fake::WithoutPositions(output_.out),
                 testing::EndsWith("bbpflash ERROR: getting LM response\n" + dump.out));
-    EXPECT_THAT(output.err, testing::EndsWith(dump.err));
+    EXPECT_THAT(output_.err, testing::EndsWith(dump.err));
     EXPECT_EQ(destination, Bytes(256, 0xEE));
 }
 
@@ -212,7 +212,7 @@ TEST_F(HcLogicalRetrieveLong, StaysInsideItsMemoryForEveryCountAndLength) {
     std::mt19937 random(20260103);
     for (int count = 0; count <= 255; ++count) {
         for (const unsigned length : {0u, 1u, 13u, 64u, 65u, 165u, 166u, 2048u, 4096u, 65535u}) {
-            HcLogical fresh(&bus, 0x2E);
+            HcLogical fresh(&bus_, 0x2E);
             platform.Answer(LongRead(static_cast<std::uint8_t>(count), 0xA5, length, 1, 0,
                                      static_cast<std::uint8_t>(random())));
             const unsigned reads = length <= 165 ? 1 : 1 + (length - 165 + 99) / 100;

@@ -25,9 +25,9 @@ TEST_F(HcLogicalRetrieveShort, CopiesThePayloadBetweenHeaderAndChecksum) {
     EXPECT_EQ(Retrieve(Reply({1, 2, 3, 4, 5}), payload.data()), 1);
 
     EXPECT_EQ(payload, (Bytes{1, 2, 3, 4, 5, 0xEE, 0xEE, 0xEE}));
-    EXPECT_EQ(lm.GetRxPayloadSize(), 5);
-    EXPECT_EQ(output.out, "");
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 5);
+    EXPECT_EQ(output_.out, "");
+    EXPECT_EQ(output_.err, "");
 }
 
 TEST_F(HcLogicalRetrieveShort, ReadsOnceUnderTheLock) {
@@ -46,8 +46,8 @@ TEST_F(HcLogicalRetrieveShort, TakesAReplyWithoutPayload) {
 
     EXPECT_EQ(Retrieve(Reply(), payload.data()), 1);
 
-    EXPECT_EQ(lm.rxLength, 13);
-    EXPECT_EQ(lm.GetRxPayloadSize(), 0);
+    EXPECT_EQ(lm_.rxLength, 13);
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 0);
     EXPECT_EQ(payload, Bytes(4, 0xEE));
 }
 
@@ -60,14 +60,14 @@ TEST_F(HcLogicalRetrieveShort, TakesTheLongestReplyOfOneRead) {
     EXPECT_EQ(Retrieve(Reply(sent), payload.data()), 1);
 
     EXPECT_EQ(payload, sent);
-    EXPECT_EQ(lm.GetRxPayloadSize(), 51);
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 51);
 }
 
 TEST_F(HcLogicalRetrieveShort, WithoutADestinationStillValidatesAndCounts) {
     SendRequest();
     EXPECT_EQ(Retrieve(Reply({1, 2}), nullptr), 1);
-    EXPECT_EQ(lm.rxLength, 15);
-    EXPECT_EQ(lm.currSeg, 1);
+    EXPECT_EQ(lm_.rxLength, 15);
+    EXPECT_EQ(lm_.currSeg, 1);
 
     SendRequest();
     EXPECT_EQ(Retrieve(Reply().Status(0), nullptr), 0);
@@ -78,22 +78,22 @@ TEST_F(HcLogicalRetrieveShort, AdvancesTheSegmentAndKeepsTheChunk) {
 
     EXPECT_EQ(Retrieve(Reply({7})), 1);
 
-    EXPECT_EQ(lm.currSeg, 1);
-    ASSERT_EQ(lm.rxBuffers.size(), 1u);
-    EXPECT_EQ(lm.rxBuffers[0]->address, 0x2E);
-    EXPECT_EQ(lm.rxBuffers[0]->data[12], 7);
-    EXPECT_EQ(lm.rxBuffers[0]->rxLength, 14);
+    EXPECT_EQ(lm_.currSeg, 1);
+    ASSERT_EQ(lm_.rxBuffers.size(), 1u);
+    EXPECT_EQ(lm_.rxBuffers[0]->address, 0x2E);
+    EXPECT_EQ(lm_.rxBuffers[0]->data[12], 7);
+    EXPECT_EQ(lm_.rxBuffers[0]->rxLength, 14);
 }
 
 TEST_F(HcLogicalRetrieveShort, NextMessageOfATransferCarriesTheNextSegmentNumber) {
-    lm.SetNumSegs(4069);
+    lm_.SetNumSegs(4069);
     for (const std::uint8_t segment : Bytes{0, 1, 2}) {
-        lm.Begin(0x84, 2035);
-        EXPECT_EQ(lm.txBuffer->data[8], 3);
-        EXPECT_EQ(lm.txBuffer->data[10], segment);
-        lm.Fill(1);
-        lm.Terminate();
-        lm.Send();
+        lm_.Begin(0x84, 2035);
+        EXPECT_EQ(lm_.txBuffer->data[8], 3);
+        EXPECT_EQ(lm_.txBuffer->data[10], segment);
+        lm_.Fill(1);
+        lm_.Terminate();
+        lm_.Send();
         EXPECT_EQ(Retrieve(Reply()), 1);
     }
 }
@@ -104,10 +104,10 @@ TEST_F(HcLogicalRetrieveShort, AddsUpSeveralRepliesToOneRequest) {
     EXPECT_EQ(Retrieve(Reply({1})), 1);
     EXPECT_EQ(Retrieve(Reply({1, 2})), 1);
 
-    EXPECT_EQ(lm.rxLength, 14 + 15);
-    EXPECT_EQ(lm.GetRxPayloadSize(), 14 + 15 - 13);
-    EXPECT_EQ(lm.rxBuffers.size(), 2u);
-    EXPECT_EQ(lm.currSeg, 2);
+    EXPECT_EQ(lm_.rxLength, 14 + 15);
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 14 + 15 - 13);
+    EXPECT_EQ(lm_.rxBuffers.size(), 2u);
+    EXPECT_EQ(lm_.currSeg, 2);
 }
 
 TEST_F(HcLogicalRetrieveShort, ReportsAFailedReadAndShowsTheEarlierChunks) {
@@ -117,18 +117,18 @@ TEST_F(HcLogicalRetrieveShort, ReportsAFailedReadAndShowsTheEarlierChunks) {
 
     EXPECT_EQ(Retrieve(Reply()), 0);
 
-    const fake::Output dump = fake::Capture([&] { lm.ShowRxLM(); });
+    const fake::Output dump = fake::Capture([&] { lm_.ShowRxLM(); });
     EXPECT_NE(dump.out, "");
     EXPECT_THAT(platform.Messages(),
                 ElementsAre("ERROR: DCMD_I2C_RECV /dev/i2c1 for addr 0x2E with result "
                             "\"Input/output error\" (5)",
                             "ERROR: getting LM response"));
-    EXPECT_THAT(fake::WithoutPositions(output.out),
+    EXPECT_THAT(fake::WithoutPositions(output_.out),
                 testing::EndsWith("ERROR: getting LM response\n" + dump.out));
-    EXPECT_THAT(output.err, testing::EndsWith(dump.err));
-    EXPECT_EQ(lm.currSeg, 1);
-    EXPECT_EQ(lm.rxLength, 14);
-    EXPECT_EQ(lm.rxBuffers.size(), 1u);
+    EXPECT_THAT(output_.err, testing::EndsWith(dump.err));
+    EXPECT_EQ(lm_.currSeg, 1);
+    EXPECT_EQ(lm_.rxLength, 14);
+    EXPECT_EQ(lm_.rxBuffers.size(), 1u);
 }
 
 TEST_F(HcLogicalRetrieveShort, FailsWhenTheBusCannotBeUnlocked) {
@@ -159,9 +159,9 @@ TEST_F(HcLogicalRetrieveShort, RejectedReplyIsNeitherKeptNorCountedNorCopied) {
 
     EXPECT_EQ(platform.Messages().back(), "ERROR: validating received buffer");
     EXPECT_EQ(payload, Bytes(4, 0xEE));
-    EXPECT_EQ(lm.currSeg, 0);
-    EXPECT_EQ(lm.rxLength, 0);
-    EXPECT_TRUE(lm.rxBuffers.empty());
+    EXPECT_EQ(lm_.currSeg, 0);
+    EXPECT_EQ(lm_.rxLength, 0);
+    EXPECT_TRUE(lm_.rxBuffers.empty());
 }
 
 TEST_F(HcLogicalRetrieveShort, FailsForCountsOfAHeaderOrLess) {

@@ -46,12 +46,12 @@ class HcLogicalTransmit : public HcLogicalTest {
     }
 
     void FillUpTo(int length) {
-        while (lm.txLength < length) {
-            ASSERT_EQ(lm.Fill(static_cast<unsigned char>(lm.txLength)), 1);
+        while (lm_.txLength < length) {
+            ASSERT_EQ(lm_.Fill(static_cast<unsigned char>(lm_.txLength)), 1);
         }
     }
 
-    std::uint8_t StopFlag() const { return lm.txBuffer->buffer[12]; }
+    std::uint8_t StopFlag() const { return lm_.txBuffer->buffer[12]; }
 };
 
 #endif

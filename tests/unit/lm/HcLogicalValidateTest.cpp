@@ -21,7 +21,7 @@ TEST_F(HcLogicalValidate, StopsAtAWrongChecksumBeforeTheHeader) {
     EXPECT_EQ(Retrieve(Reply({1}).Corrupt(0, 0x00).Corrupt(6, 0x00)), 0);
     EXPECT_THAT(platform.Messages(), ElementsAre("ERROR: retrieved message checksum error",
                                                  "ERROR: validating received buffer"));
-    EXPECT_EQ(output.err, "") << "no dump";
+    EXPECT_EQ(output_.err, "") << "no dump";
 }
 
 TEST_F(HcLogicalValidate, SumsByTheRepliesOwnLength) {
@@ -32,7 +32,7 @@ TEST_F(HcLogicalValidate, SumsByTheRepliesOwnLength) {
 
     // With a payload byte of 0 it is.
     EXPECT_EQ(Retrieve(Reply({0}).Length(13)), 1);
-    EXPECT_EQ(lm.GetRxPayloadSize(), 1) << "the count byte tells the size";
+    EXPECT_EQ(lm_.GetRxPayloadSize(), 1) << "the count byte tells the size";
 }
 
 TEST_F(HcLogicalValidate, ReportsEachDifferenceToTheRequest) {
@@ -126,7 +126,7 @@ TEST_F(HcLogicalValidate, WarnsOfACountMismatchAndAcceptsTheReply) {
 
     EXPECT_EQ(Retrieve(Reply().Status(0x03)), 1);
 
-    EXPECT_EQ(output.out, "bbpflash WRN: LM count mismatch (NOT FATAL)\n");
+    EXPECT_EQ(output_.out, "bbpflash WRN: LM count mismatch (NOT FATAL)\n");
 }
 
 TEST_F(HcLogicalValidate, DumpsTheRequestAndOnlyTheEarlierChunksOfARejectedReply) {
@@ -135,25 +135,25 @@ TEST_F(HcLogicalValidate, DumpsTheRequestAndOnlyTheEarlierChunksOfARejectedReply
 
     EXPECT_EQ(Retrieve(Reply({0x42}).Status(0x0C)), 0);
 
-    const fake::Output request = fake::Capture([&] { lm.ShowTxLM(); });
-    const fake::Output earlier = fake::Capture([&] { lm.ShowRxLM(); });
-    ASSERT_EQ(lm.rxBuffers.size(), 1u);
-    EXPECT_EQ(fake::WithoutPositions(output.out),
+    const fake::Output request = fake::Capture([&] { lm_.ShowTxLM(); });
+    const fake::Output earlier = fake::Capture([&] { lm_.ShowRxLM(); });
+    ASSERT_EQ(lm_.rxBuffers.size(), 1u);
+    EXPECT_EQ(fake::WithoutPositions(output_.out),
               "bbpflash ERROR: Read header reception status error\n"
               "bbpflash ERROR: LM header missing\n"
               "bbpflash ERROR: LM checksum does not match\n"
               "bbpflash INF: Transmit LM buffers\n" +
                   request.out + "bbpflash INF: Receive LM buffers\n" + earlier.out +
                   "bbpflash ERROR: validating received buffer\n");
-    EXPECT_EQ(output.err, request.err + earlier.err);
+    EXPECT_EQ(output_.err, request.err + earlier.err);
 }
 
 TEST_F(HcLogicalValidate, AsksForTheInstanceThatTheRequestCarried) {
-    lm.lmInstance = 7;
-    lm.Begin(0x84, 1);
-    lm.Fill(0x05);
-    lm.Terminate();
-    lm.Send();
+    lm_.lmInstance = 7;
+    lm_.Begin(0x84, 1);
+    lm_.Fill(0x05);
+    lm_.Terminate();
+    lm_.Send();
 
     EXPECT_EQ(Retrieve(Reply()), 1);
     EXPECT_EQ(Retrieve(Reply().Set(3, 1)), 0);
@@ -161,13 +161,13 @@ TEST_F(HcLogicalValidate, AsksForTheInstanceThatTheRequestCarried) {
 
 TEST_F(HcLogicalValidate, IsAgainstTheRequestThatIsStillInTheChunk) {
     SendRequest();
-    HcI2cBuffer chunk(&bus, 0x2E, 'r');
+    HcI2cBuffer chunk(&bus_, 0x2E, 'r');
     platform.Answer(Reply({1}));
     chunk.GetBuffer();
-    EXPECT_EQ(lm.Validate(&chunk), 1);
+    EXPECT_EQ(lm_.Validate(&chunk), 1);
 
-    lm.Begin(0x84, 1);
-    fake::Capture([&] { EXPECT_EQ(lm.Validate(&chunk), 0); });
+    lm_.Begin(0x84, 1);
+    fake::Capture([&] { EXPECT_EQ(lm_.Validate(&chunk), 0); });
 
     EXPECT_THAT(platform.Messages(), testing::Contains("ERROR: Write header LM count error"));
 }
