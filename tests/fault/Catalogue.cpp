@@ -41,12 +41,24 @@ Strike Plain(const Catalogue::Place& place) {
         case CallKind::Fopen:
         case CallKind::Open:
             return Make(How::Fail, EACCES);
-        default:
-            return IsMemory(place.kind)
-                       ? Make(How::Fail, ENOMEM)
-                       : Make(How::Fail, BUS_ERRORS[static_cast<std::size_t>(place.index) %
-                                                    std::size(BUS_ERRORS)]);
+        case CallKind::Memalign:
+        case CallKind::NewObject:
+        case CallKind::NewStorage:
+            return Make(How::Fail, ENOMEM);
+        case CallKind::SetSpeed:
+        case CallKind::Lock:
+        case CallKind::Unlock:
+        case CallKind::Send:
+        case CallKind::Receive:
+        case CallKind::WriteReset:
+        case CallKind::Fseek:
+        case CallKind::Ftell:
+        case CallKind::Fread:
+        case CallKind::Log:
+            break;
     }
+    return Make(How::Fail,
+                BUS_ERRORS[static_cast<std::size_t>(place.index) % std::size(BUS_ERRORS)]);
 }
 
 Kind KindOf(CallKind kind) {
@@ -192,7 +204,20 @@ void Catalogue::ForEachLineFault(const Visit& visit) const {
             case CallKind::Log:
                 happen(Make(How::Fail, EIO));
                 break;
-            default:
+            // What the other visits are about.
+            case CallKind::SetSpeed:
+            case CallKind::Lock:
+            case CallKind::Unlock:
+            case CallKind::Send:
+            case CallKind::Receive:
+            case CallKind::Memalign:
+            case CallKind::NewObject:
+            case CallKind::NewStorage:
+            case CallKind::Fopen:
+            case CallKind::Fseek:
+            case CallKind::Ftell:
+            case CallKind::Fread:
+            case CallKind::Output:
                 break;
         }
     }

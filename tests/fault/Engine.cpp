@@ -32,9 +32,13 @@ std::uint64_t Quota(Kind kind, bool long_run) {
         case Kind::Chip:
         case Kind::Pair:
             return long_run ? 2200 : 1500;
-        default:
+        case Kind::File:
+        case Kind::Memory:
+        case Kind::Output:
+        case Kind::Line:
             return long_run ? 1000 : 600;
     }
+    return 0;
 }
 
 class Runs {

@@ -149,7 +149,10 @@ std::string OutcomeOf(const virt::CallLog& log, const RunResult& result) {
             return "";
         case Outcome::BadAlloc:
             return AnyCall(log, virt::CallKind::NewStorage, true) ? NameOf(result.outcome) : "";
-        default:
+        case Outcome::OutOfRange:
+        case Outcome::SigPipe:
+        case Outcome::Endless:
+        case Outcome::Blocked:
             return NameOf(result.outcome);
     }
     if (HasLostOutput(log)) {

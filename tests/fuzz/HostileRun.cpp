@@ -45,20 +45,10 @@ void MakeMessages(const HostileChip& chip) {
 // One command of one write and one read, against what its reply must make of it.
 void AskOnce(const HostileChip& chip, HdChip& hd) {
     std::string version = "before";
-    int result = 0;
-    switch (chip.GetCommand()) {
-        case VERSION:
-            result = hd.GetVersion(version);
-            break;
-        case FLASH_STATUS:
-            result = hd.GetNvmStatus();
-            break;
-        case PROGRAM_STATUS:
-            result = hd.ProgramWriteStatus();
-            break;
-        default:
-            result = hd.UnprotectNvm();
-    }
+    const int result = chip.GetCommand() == VERSION          ? hd.GetVersion(version)
+                       : chip.GetCommand() == FLASH_STATUS   ? hd.GetNvmStatus()
+                       : chip.GetCommand() == PROGRAM_STATUS ? hd.ProgramWriteStatus()
+                                                             : hd.UnprotectNvm();
     const bool answered = chip.ExchangeSucceeds() && chip.Answers();
     if (chip.GetCommand() == VERSION) {
         Require(result == answered, "a version from an answer alone");

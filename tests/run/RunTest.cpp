@@ -45,9 +45,18 @@ std::string Traced(const virt::CallLog& log, const virt::Call& call) {
             return "lock";
         case CallKind::Unlock:
             return "unlock";
-        default:
-            return "";
+        case CallKind::Memalign:
+        case CallKind::NewObject:
+        case CallKind::NewStorage:
+        case CallKind::Fopen:
+        case CallKind::Fseek:
+        case CallKind::Ftell:
+        case CallKind::Fread:
+        case CallKind::Output:
+        case CallKind::Log:
+            break;
     }
+    return "";
 }
 
 }  // namespace
