@@ -8,8 +8,8 @@
 int main(int argc, char** argv) {
     common::OpenMissingStandardDescriptors();
     return common::RunProgram("bbpsim", sim::STATUS_OWN_FAILURE, [&] {
-        int status = 0;
-        const std::optional<sim::Options> options = sim::ParseOptions(argc, argv, &status);
-        return options ? sim::RunBench(*options) : status;
+        sim::Options options;
+        const std::optional<int> asked = sim::ParseOptions(argc, argv, options);
+        return asked ? *asked : sim::RunBench(options);
     });
 }

@@ -3,13 +3,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <stdexcept>
 #include <vector>
 
+#include "common/CommandLine.h"
 #include "tests/fault/Engine.h"
 #include "tests/fault/Runner.h"
 
@@ -91,20 +92,24 @@ fault::Tally RunInProcesses(const fault::Selection& selection, unsigned jobs) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    CLI::App app("Updates with every call failing in every way, in virtual time.");
+    constexpr unsigned MOST = std::numeric_limits<unsigned>::max();
+    common::CommandLine line("Updates with every call failing in every way, in virtual time.",
+                             "fault_engine", "");
     fault::Selection selection;
     std::string replay;
     unsigned jobs = 1;
-    unsigned long at_least = 0;
-    app.add_flag("--all", selection.long_run, "many more runs: about an hour");
-    app.add_option("--shard", selection.shard, "which part, from 0")
-        ->needs(app.add_option("--shards", selection.shards, "of how many parts")
-                    ->check(CLI::PositiveNumber));
-    app.add_option("--every", selection.every, "only each such run")->check(CLI::PositiveNumber);
-    app.add_option("--jobs", jobs, "processes at once")->check(CLI::PositiveNumber);
-    app.add_option("--at-least", at_least, "fewer distinct runs are a failure");
-    app.add_option("--replay", replay, "only the run with this id, verbosely");
-    CLI11_PARSE(app, argc, argv);
+    unsigned at_least = 0;
+    line.Flag("--all", selection.long_run, "many more runs: about an hour");
+    line.Value("--shard", selection.shard, 0, MOST, "which part, from 0");
+    line.Value("--shards", selection.shards, 1, MOST, "of how many parts");
+    line.Value("--every", selection.every, 1, MOST, "only each such run");
+    line.Value("--jobs", jobs, 1, MOST, "processes at once");
+    line.Value("--at-least", at_least, 0, MOST, "fewer distinct runs are a failure");
+    line.Value("--replay", replay, "only the run with this id, verbosely");
+    const std::optional<int> asked = line.Parse(argc, argv, 2, "; --help tells more");
+    if (asked) {
+        return *asked;
+    }
     if (selection.shard >= selection.shards) {
         throw std::invalid_argument("the last of these shards is " +
                                     std::to_string(selection.shards - 1));

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Failure.h"
 #include "sim/FaultText.h"
 #include "sim/host/Options.h"
 #include "tests/fuzz/Require.h"
@@ -117,13 +118,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::string& word : words) {
         arguments.push_back(word.c_str());
     }
-    int status = -1;
-    const std::optional<sim::Options> options =
-        sim::ParseOptions(static_cast<int>(arguments.size()), arguments.data(), &status);
-    if (options) {
-        Check(*options);
-    } else {
-        Require(status == 0 || status == OWN_FAILURE, "a mistake has the status of a failure");
+    try {
+        sim::Options options;
+        if (!sim::ParseOptions(static_cast<int>(arguments.size()), arguments.data(), options)) {
+            Check(options);
+        }
+    } catch (const common::Failure& mistake) {
+        Require(mistake.Status() == OWN_FAILURE, "a mistake has the status of a failure");
     }
     return 0;
 }

@@ -2,11 +2,11 @@
 // bbpimage: what is in a firmware image, how the updater will read it, and its label's writing.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
 #include <iostream>
 
+#include "common/CommandLine.h"
 #include "common/Failure.h"
 #include "common/Pipe.h"
 #include "common/Sha256.h"
@@ -17,6 +17,8 @@
 #include "tools/image/LabelField.h"
 
 namespace {
+
+using common::CommandLine;
 
 const char PROGRAM[] = "bbpimage";
 constexpr int STATUS_FAILED = 2;  // as for an unusable image: there is nothing to go on with
@@ -82,83 +84,74 @@ tools::Destination Output(const Options& options) {
     return out;
 }
 
-CLI::App* AddInfo(CLI::App& app, Options& options) {
-    CLI::App* const info = app.add_subcommand("info", "Tell what is in images and what is wrong");
-    info->add_option("FILE", options.paths, "Images to look at")->required();
-    info->add_flag("--json", options.as_json, "Tell it as one JSON object");
-    info->add_option("--expect", options.expected, "The label must be TEXT; the status tells")
-        ->option_text("TEXT");
-    info->footer("Exit status: 0 clean, 1 warnings, 2 unusable or not the expected label.");
+CommandLine AddInfo(CommandLine& line, Options& options) {
+    CommandLine info = line.Command("info", "Tell what is in images and what is wrong");
+    info.Value("FILE", options.paths, "Images to look at").Required();
+    info.Flag("--json", options.as_json, "Tell it as one JSON object");
+    info.Value("--expect", options.expected, "The label must be TEXT; the status tells")
+        .Named("TEXT");
+    info.Footer("Exit status: 0 clean, 1 warnings, 2 unusable or not the expected label.");
     return info;
 }
 
-CLI::App* AddLabel(CLI::App& app, Options& options) {
-    CLI::App* const label = app.add_subcommand("label", "Write the label that the updater reads");
-    label->add_option("FILE", options.path, "Image to label")->required();
-    label->add_option("TEXT", options.text, "The version, exactly as the chip reports it")
-        ->required();
-    label->add_option("-o,--output", options.out, "Write a new image instead of replacing FILE")
-        ->option_text("OUT");
-    label->add_flag("--force", options.force, "Replace OUT; write a label that no chip may report");
-    label->footer(std::string("Behind TEXT go two characters, \"__\": the updater drops the last "
-                              "two of a label.\n") +
-                  CHECKSUM_NOTE);
+CommandLine AddLabel(CommandLine& line, Options& options) {
+    CommandLine label = line.Command("label", "Write the label that the updater reads");
+    label.Value("FILE", options.path, "Image to label").Required();
+    label.Value("TEXT", options.text, "The version, exactly as the chip reports it").Required();
+    label.Value("-o,--output", options.out, "Write a new image instead of replacing FILE")
+        .Named("OUT");
+    label.Flag("--force", options.force, "Replace OUT; write a label that no chip may report");
+    label.Footer(std::string("Behind TEXT go two characters, \"__\": the updater drops the last "
+                             "two of a label.\n") +
+                 CHECKSUM_NOTE);
     return label;
 }
 
-CLI::App* AddPad(CLI::App& app, Options& options) {
-    CLI::App* const pad =
-        app.add_subcommand("pad", "Add the byte without which the updater would fail, if any");
-    pad->add_option("FILE", options.path, "Image to pad")->required();
-    pad->add_option("-o,--output", options.out, "Write a new image instead of replacing FILE")
-        ->option_text("OUT");
-    pad->add_flag("--force", options.force, "Replace OUT");
-    pad->footer(std::string("The updater fails when the last segment of the download is exactly "
-                            "full.\n") +
-                CHECKSUM_NOTE);
+CommandLine AddPad(CommandLine& line, Options& options) {
+    CommandLine pad =
+        line.Command("pad", "Add the byte without which the updater would fail, if any");
+    pad.Value("FILE", options.path, "Image to pad").Required();
+    pad.Value("-o,--output", options.out, "Write a new image instead of replacing FILE")
+        .Named("OUT");
+    pad.Flag("--force", options.force, "Replace OUT");
+    pad.Footer(std::string("The updater fails when the last segment of the download is exactly "
+                           "full.\n") +
+               CHECKSUM_NOTE);
     return pad;
 }
 
-CLI::App* AddMake(CLI::App& app, Options& options) {
-    CLI::App* const make = app.add_subcommand("make", "Make a sample image for bench and tests");
-    make->add_option("--version", options.text, "Its label")->required()->option_text("TEXT");
-    make->add_option("--size", options.size, "Its size in bytes")
-        ->capture_default_str()
-        ->check(CLI::Range(static_cast<std::int64_t>(tools::LABEL_END),
-                           static_cast<std::int64_t>(HcLogical::TOTAL_LIMIT - 1)));
-    make->add_flag("--force", options.force,
-                   "Replace OUT; make an image that the updater fails on");
-    make->add_option("OUT", options.out, "File to write; - for standard output")->required();
-    return make;
+void AddMake(CommandLine& line, Options& options) {
+    CommandLine make = line.Command("make", "Make a sample image for bench and tests");
+    make.Value("--version", options.text, "Its label").Required();
+    make.Value("--size", options.size, tools::LABEL_END, std::int64_t{HcLogical::TOTAL_LIMIT} - 1,
+               "Its size in bytes")
+        .WithDefault();
+    make.Flag("--force", options.force, "Replace OUT; make an image that the updater fails on");
+    make.Value("OUT", options.out, "File to write; - for standard output").Required();
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app("Looks at firmware images and labels them.", PROGRAM);
-    app.require_subcommand(1);
-    app.set_version_flag("--version", BBP_VERSION);
-    app.footer(
+    CommandLine line("Looks at firmware images and labels them.", PROGRAM, BBP_VERSION);
+    line.Footer(
         "Exit status of info: 0 clean, 1 warnings, 2 unusable.\n"
         "Exit status of the others: 0 written, 2 nothing written. 64: wrong usage.");
     Options options;
-    CLI::App* const info = AddInfo(app, options);
-    CLI::App* const label = AddLabel(app, options);
-    CLI::App* const pad = AddPad(app, options);
-    AddMake(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        throw common::Failure(std::string(error.what()) + "; --help tells more", STATUS_USAGE);
+    const CommandLine info = AddInfo(line, options);
+    const CommandLine label = AddLabel(line, options);
+    const CommandLine pad = AddPad(line, options);
+    AddMake(line, options);
+    const std::optional<int> asked = line.Parse(argc, argv, STATUS_USAGE, "; --help tells more");
+    if (asked) {
+        return *asked;
     }
-    if (info->parsed()) {
+    if (info.IsGiven()) {
         return Info(options);
     }
     // Who does not read what is said does not undo what is written.
     std::signal(SIGPIPE, SIG_IGN);
-    if (label->parsed()) {
+    if (label.IsGiven()) {
         tools::WriteLabelled(options.path, options.text, Output(options), options.force);
-    } else if (pad->parsed()) {
+    } else if (pad.IsGiven()) {
         // To standard error: the image may go to standard output.
         const std::string done = tools::WritePadded(options.path, Output(options));
         std::cerr << PROGRAM << ": " << done << "\n";

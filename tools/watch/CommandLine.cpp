@@ -3,10 +3,10 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <iostream>
 
+#include "common/CommandLine.h"
 #include "common/Failure.h"
 #include "common/Text.h"
 #include "tools/stream/UpdaterOptions.h"
@@ -20,6 +20,7 @@ using Words = std::vector<std::string>;
 
 const char UPDATER[] = "bbpflash";
 const char SEPARATOR[] = "--";
+const char HINT[] = " (bbpwatch --help tells how to use it)";
 
 constexpr Milliseconds SEGMENT_WAIT(1);  // between a segment and its acknowledgement, and a bit
 
@@ -49,27 +50,25 @@ const char STATUSES[] =
     "  127  the updater was not found\n"
     "  128+ ended by a signal, or on request";
 
-void AddOptions(CLI::App& app, Options& options) {
-    app.set_version_flag("--version", "bbpwatch " BBP_VERSION);
-    app.add_flag("--check", options.only_checks,
-                 "Look whether the unit and the image are ready; no reset, no transfer");
-    app.add_flag("--force", options.force,
-                 "Program even if the version is the same or cannot be read");
-    app.add_flag("--json", options.as_json, "Tell each event as a line of JSON");
-    app.add_option("--log", options.log, "Append all that the updater prints, with times");
-    app.add_option("--stall", options.stall, "Report when so many seconds bring no progress")
-        ->check(CLI::Range(SHORTEST_STALL, LONGEST_STALL))
-        ->capture_default_str();
-    app.add_flag("--no-check", options.no_check, "Start even with an image that cannot succeed");
-    app.add_option("--lock", options.lock, "Use this file to keep a second update away")
-        ->capture_default_str();
-    app.add_option("IMAGE", options.image, "The image to program");
-    app.footer(STATUSES);
+void AddOptions(common::CommandLine& line, Options& options) {
+    line.Flag("--check", options.only_checks,
+              "Look whether the unit and the image are ready; no reset, no transfer");
+    line.Flag("--force", options.force,
+              "Program even if the version is the same or cannot be read");
+    line.Flag("--json", options.as_json, "Tell each event as a line of JSON");
+    line.Value("--log", options.log, "Append all that the updater prints, with times");
+    line.Value("--stall", options.stall, SHORTEST_STALL, LONGEST_STALL,
+               "Report when so many seconds bring no progress")
+        .WithDefault();
+    line.Flag("--no-check", options.no_check, "Start even with an image that cannot succeed");
+    line.Value("--lock", options.lock, "Use this file to keep a second update away").WithDefault();
+    line.Value("IMAGE", options.image, "The image to program");
+    line.Footer(STATUSES);
 }
 
-void CheckUsage(const CLI::App& app, const Options& options, bool has_separator) {
+void CheckUsage(const common::CommandLine& line, const Options& options, bool has_separator) {
     const auto refuse = [](const std::string& why) {
-        throw common::Failure(why + " (bbpwatch --help tells how to use it)", STATUS_USAGE);
+        throw common::Failure(why + HINT, STATUS_USAGE);
     };
     if (has_separator && options.command.empty()) {
         refuse("no command behind --");
@@ -82,7 +81,7 @@ void CheckUsage(const CLI::App& app, const Options& options, bool has_separator)
     }
     const bool reads_input = !has_separator && !options.only_checks && options.image.empty();
     if (reads_input && isatty(STDIN_FILENO) != 0) {
-        std::cerr << app.help();
+        std::cerr << line.Help();
         throw common::Failure("no image and no command", STATUS_USAGE);
     }
 }
@@ -100,9 +99,9 @@ Words UpdatersPart(const Words& command) {
 }  // namespace
 
 std::optional<int> ParseCommandLine(int argc, char** argv, Options& options) {
-    CLI::App app(DESCRIPTION, "bbpwatch");
+    common::CommandLine line(DESCRIPTION, "bbpwatch", "bbpwatch " BBP_VERSION);
     options.lock = BusLock::DefaultPath();
-    AddOptions(app, options);
+    AddOptions(line, options);
     int own = 0;
     while (own < argc && std::string(argv[own]) != SEPARATOR) {
         ++own;
@@ -111,15 +110,11 @@ std::optional<int> ParseCommandLine(int argc, char** argv, Options& options) {
     if (has_separator) {
         options.command.assign(argv + own + 1, argv + argc);
     }
-    try {
-        app.parse(own, argv);
-    } catch (const CLI::Success& asked) {
-        return app.exit(asked);
-    } catch (const CLI::ParseError& error) {
-        throw common::Failure(std::string(error.what()) + " (bbpwatch --help tells how to use it)",
-                              STATUS_USAGE);
+    const std::optional<int> asked = line.Parse(own, argv, STATUS_USAGE, HINT);
+    if (asked) {
+        return asked;
     }
-    CheckUsage(app, options, has_separator);
+    CheckUsage(line, options, has_separator);
     return std::nullopt;
 }
 
