@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #include "sim/HeadUnit.h"
@@ -36,8 +37,26 @@ struct Request {
 };
 const std::size_t LONGEST_MESSAGE = 8192;
 
+// The bus and the reset line are two threads'.
+struct Slave {
+    explicit Slave(sim::HeadUnit& head_unit) : unit(head_unit, false) {}
+
+    std::mutex mutex;
+    sim::RealTimeUnit unit;
+};
+
+// Carries out a transfer. Returns 0 or a negative errno value.
+std::int32_t Transfer(Slave& slave, const Request& request, const std::uint8_t* written,
+                      std::uint8_t* read) {
+    const std::lock_guard<std::mutex> guard(slave.mutex);
+    if ((request.flags & I2C_M_RD) != 0) {
+        return -slave.unit.ReadBus(request.address, read, request.length);
+    }
+    return -slave.unit.WriteBus(request.address, written, request.length);
+}
+
 // Answers the bridge's transfers, one after the other, until the process ends.
-void ServeBus(int bridge, sim::RealTimeUnit& unit) {
+void ServeBus(int bridge, Slave& slave) {
     for (;;) {
         std::array<std::uint8_t, sizeof(Request) + LONGEST_MESSAGE> incoming;
         const ssize_t size = read(bridge, incoming.data(), incoming.size());
@@ -52,15 +71,10 @@ void ServeBus(int bridge, sim::RealTimeUnit& unit) {
         std::memcpy(&request, incoming.data(), sizeof request);
 
         std::array<std::uint8_t, sizeof(std::int32_t) + LONGEST_MESSAGE> answer;
-        std::size_t answered = sizeof(std::int32_t);
-        std::int32_t result = 0;
-        if ((request.flags & I2C_M_RD) != 0) {
-            result = -unit.ReadBus(request.address, answer.data() + sizeof result, request.length);
-            answered += result == 0 ? request.length : 0;
-        } else {
-            result =
-                -unit.WriteBus(request.address, incoming.data() + sizeof request, request.length);
-        }
+        const std::int32_t result = Transfer(slave, request, incoming.data() + sizeof request,
+                                             answer.data() + sizeof(std::int32_t));
+        const bool has_read = (request.flags & I2C_M_RD) != 0 && result == 0;
+        const std::size_t answered = sizeof result + (has_read ? request.length : 0u);
         std::memcpy(answer.data(), &result, sizeof result);
         if (write(bridge, answer.data(), answered) < 0) {
             std::perror(BRIDGE);
@@ -73,8 +87,9 @@ void OpenLine(fuse_req_t request, fuse_file_info* file) {
 }
 
 void WriteLine(fuse_req_t request, const char* text, std::size_t size, off_t, fuse_file_info*) {
-    auto* const unit = static_cast<sim::RealTimeUnit*>(fuse_req_userdata(request));
-    const int error = unit->WriteReset(text, size);
+    auto* const slave = static_cast<Slave*>(fuse_req_userdata(request));
+    const std::lock_guard<std::mutex> guard(slave->mutex);
+    const int error = slave->unit.WriteReset(text, size);
     if (error != 0) {
         fuse_reply_err(request, error);
     } else {
@@ -83,7 +98,7 @@ void WriteLine(fuse_req_t request, const char* text, std::size_t size, off_t, fu
 }
 
 // Offers the reset line until a signal comes.
-int ServeLine(char* program, sim::RealTimeUnit& unit) {
+int ServeLine(char* program, Slave& slave) {
     const char* const device[] = {"DEVNAME=gpio!HD_DAB2Reset"};
     cuse_info info = {};
     info.dev_info_argc = 1;
@@ -94,7 +109,7 @@ int ServeLine(char* program, sim::RealTimeUnit& unit) {
     char foreground[] = "-f";
     char single_thread[] = "-s";
     char* argv[] = {program, foreground, single_thread, nullptr};
-    return cuse_lowlevel_main(3, argv, &info, &operations, &unit);
+    return cuse_lowlevel_main(3, argv, &info, &operations, &slave);
 }
 
 }  // namespace
@@ -113,14 +128,14 @@ int main(int argc, char** argv) {
     config.installed = argv[1];
     config.burn.erase = config.burn.program = config.burn.verify = std::chrono::seconds(1);
     sim::HeadUnit head_unit(config);
-    sim::RealTimeUnit unit(head_unit, false);
-    std::thread(ServeBus, bridge, std::ref(unit)).detach();
+    Slave slave(head_unit);
+    std::thread(ServeBus, bridge, std::ref(slave)).detach();
 
-    const int result = ServeLine(argv[0], unit);
-    unit.With([&](sim::HeadUnit& seen) {
-        std::fputs(sim::ReportText(seen.GetReport()).c_str(), stdout);
-        sim::FlashFile(argv[2]).Save(seen.Chip().Flash());
-    });
+    const int result = ServeLine(argv[0], slave);
+    const std::lock_guard<std::mutex> guard(slave.mutex);
+    slave.unit.KeepTime();
+    std::fputs(sim::ReportText(head_unit.GetReport()).c_str(), stdout);
+    sim::FlashFile(argv[2]).Save(head_unit.Chip().Flash());
     std::fflush(stdout);
     _exit(result);  // the bus's thread still waits for a transfer
 }
