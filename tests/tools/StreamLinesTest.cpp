@@ -32,6 +32,13 @@ TEST(StreamLines, KeepLevelAndTextOfAMessage) {
     EXPECT_EQ("WRN: x @a.cpp:1", reading.events[0].message);
 }
 
+TEST(StreamLines, AreNoPercentagesWithLeadingZeros) {
+    for (const char* line : {"01\n", "080\n", "00\n", "-01\n"}) {
+        const Reading reading(BBPFLASH_MODE_STATUS, line, 137);
+        EXPECT_EQ(BBPFLASH_LINE_UNKNOWN, reading.Last().line) << line;
+    }
+}
+
 TEST(StreamLines, AreTheSameHoweverTheBytesArrive) {
     const std::string output = Download(BURN) + FAILURE;
     tools::StreamParser parser(BBPFLASH_MODE_STATUS, nullptr);
@@ -117,6 +124,31 @@ TEST(StreamForging, EndsWhereTheUpdaterCutsAMessage) {
                           start + std::string(751 - start.size(), 'x') + "\nERROR\n", 1);
     EXPECT_EQ(0u, reading.Problems());
     EXPECT_EQ(BBPFLASH_LINE_ERROR, reading.Last().line);
+
+    const Reading longer(BBPFLASH_MODE_STATUS,
+                         start + std::string(752 - start.size(), 'x') + "\nERROR\n", 1);
+    EXPECT_EQ(BBPFLASH_LINE_UNKNOWN, longer.Kinds()[1]) << "no message is so long";
+}
+
+TEST(StreamForging, TakesNothingBehindAMessageThatIsAsLongAsCanBe) {
+    // A program may have a name as long as this.
+    const std::string start = " INF: == options start ===========";
+    const Reading reading(BBPFLASH_MODE_STATUS,
+                          std::string(751 - start.size(), 'x') + start + "\nERROR\n", 1);
+    EXPECT_EQ(BBPFLASH_LINE_MESSAGE, reading.Kinds()[0]);
+    EXPECT_EQ(BBPFLASH_LINE_ERROR, reading.Last().line);
+}
+
+TEST(StreamForging, TakesNoOtherWordsForTheEndOfAMessage) {
+    const Reading reading(BBPFLASH_MODE_STATUS,
+                          "bbp ERROR: opening bin file x @a-b.cpp:1\n"
+                          "DONE\n"
+                          "y @bbpflash.cpp:5\n"
+                          "ERROR\n",
+                          1);
+    EXPECT_EQ(std::vector<bbpflash_line>({BBPFLASH_LINE_MESSAGE, BBPFLASH_LINE_CONTINUATION,
+                                          BBPFLASH_LINE_CONTINUATION, BBPFLASH_LINE_ERROR}),
+              reading.Kinds());
 }
 
 }  // namespace

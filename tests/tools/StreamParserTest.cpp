@@ -66,15 +66,16 @@ TEST(StreamOfStatusMode, FindsAPassThatBeginsInsideAnother) {
 }
 
 TEST(StreamOfStatusMode, FindsNumbersThatAreNoPercentages) {
-    for (const char* number : {"0\n", "81\n", "98\n", "101\n", "-5\n", "99999999999999999999\n"}) {
+    for (const char* number : {"0\n", "81\n", "98\n", "101\n", "-5\n", "336\n", "4294967376\n",
+                               "99999999999999999999\n"}) {
         const Reading reading(BBPFLASH_MODE_STATUS, number, 137);
         EXPECT_EQ(unsigned{BBPFLASH_PROBLEM_NUMBER}, reading.Problems()) << number;
     }
 }
 
 TEST(StreamOfStatusMode, FindsStagesOutOfOrder) {
-    for (const char* stages :
-         {"85\n", "79\n85\n", "99\n", "80\n100\nDONE\n", "100\n1\n", "100\nERROR\n"}) {
+    for (const char* stages : {"85\n", "79\n85\n", "99\n", "80\n100\nDONE\n", "80\n99\n95\n",
+                               "100\n1\n", "100\nERROR\n"}) {
         const Reading reading(BBPFLASH_MODE_STATUS, stages, 137);
         EXPECT_NE(0u, reading.Problems() & BBPFLASH_PROBLEM_ORDER) << stages;
     }
@@ -106,6 +107,12 @@ TEST(StreamOfStatusMode, NeedsTheLastLinesEnd) {
     const Reading reading(BBPFLASH_MODE_STATUS, "100\nDONE");
     EXPECT_NE(0u, reading.Problems() & BBPFLASH_PROBLEM_UNFINISHED_LINE);
     EXPECT_EQ(BBPFLASH_VERDICT_DOUBTFUL, reading.verdict);
+}
+
+TEST(StreamOfStatusMode, HasNoEndWhereSomethingUnfinishedFollowsIt) {
+    const Reading reading(BBPFLASH_MODE_STATUS, "100\nDONE\nE");
+    EXPECT_EQ(unsigned{BBPFLASH_PROBLEM_UNFINISHED_LINE | BBPFLASH_PROBLEM_NO_END},
+              reading.Problems());
 }
 
 TEST(StreamAndStatus, FailTogether) {
