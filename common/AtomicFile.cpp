@@ -70,8 +70,9 @@ AtomicFile::AtomicFile(const std::string& path) {
 }
 
 AtomicFile::~AtomicFile() {
-    if (!committed_) {
-        unlink(temporary_.c_str());
+    if (!committed_ && unlink(temporary_.c_str()) != 0 && errno != ENOENT) {
+        std::fprintf(stderr, "%s cannot be removed: %s\n", temporary_.c_str(),
+                     std::generic_category().message(errno).c_str());
     }
 }
 

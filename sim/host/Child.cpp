@@ -3,6 +3,10 @@
 
 #include <sys/wait.h>
 
+#include <cerrno>
+
+#include "common/Failure.h"
+
 namespace sim {
 
 namespace {
@@ -34,8 +38,16 @@ void Child::Start(const std::vector<std::string>& command,
 int Child::Wait() {
     for (;;) {
         int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        const pid_t ended = waitpid(pid_, &status, WNOHANG);
+        if (ended == pid_) {
             return common::ExitStatus(status);
+        }
+        if (ended < 0) {
+            if (errno != EINTR) {
+                throw common::ErrnoFailure("waiting for the command", errno);
+            }
+            // Its end may have been told of already: that is no time to wait for a signal.
+            continue;
         }
         siginfo_t signal;
         if (sigwaitinfo(&watched_, &signal) > 0 && signal.si_signo != SIGCHLD) {

@@ -139,6 +139,14 @@ class SimulatorTest(JudgeTest):
         self.write("flash.bin.XyZ123", b"U")
         self.breaks(self.scenario, "it leaves", **killed)
 
+    def test_file_that_cannot_be_removed(self):
+        self.write("r.json.XyZ123", b"")
+        stays = {"out": self.out, "status": 7, "fault": Fault("unlink", 2, "EIO"),
+                 "struck": '7 unlink("r.json.XyZ123") = -1 EIO (Input/output error) (INJECTED)'}
+        told = "r.json.XyZ123 cannot be removed: Input/output error\n"
+        self.holds(self.scenario, **stays, err=told)
+        self.breaks(self.scenario, "it leaves r.json.XyZ123", **stays)
+
     def test_flash(self):
         (self.folder / "flash.bin").unlink()
         self.breaks(self.scenario, "nobody says so", out=self.out, status=7)

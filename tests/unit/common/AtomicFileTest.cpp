@@ -146,6 +146,19 @@ TEST_F(AtomicFileTest, SaysWhatWentWrongLast) {
     EXPECT_THROW(common::FollowLinks(folder_.Path("file/x")), common::Failure);
 }
 
+TEST_F(AtomicFileTest, NamesWhatItCannotRemove) {
+    std::string temporary;
+    testing::internal::CaptureStderr();
+    {
+        const AtomicFile file(folder_.Path("image.bin"));
+        temporary = file.TemporaryPath();
+        std::filesystem::remove(temporary);
+        std::filesystem::create_directory(temporary);
+    }
+    EXPECT_EQ(temporary + " cannot be removed: Is a directory\n",
+              testing::internal::GetCapturedStderr());
+}
+
 TEST_F(AtomicFileTest, ReplacesNothingButARegularFile) {
     std::filesystem::create_directory(folder_.Path("folder"));
     ASSERT_EQ(0, mkfifo(folder_.Path("pipe").c_str(), 0600));
