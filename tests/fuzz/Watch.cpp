@@ -31,7 +31,8 @@ class Nobody : public tools::Reporter {
 
 class Story {
   public:
-    explicit Story(Input& input) : input_(input), segments_(2 + input.Byte() * 3) {
+    explicit Story(Input& input)
+        : input_(input), end_(input.Byte()), segments_(2 + input.Byte() * 3) {
         tools::WatchConfig config;
         config.segments = segments_;
         watch_ = std::make_unique<tools::Watch>(config, std::vector<tools::Reporter*>{&nobody_});
@@ -52,6 +53,7 @@ class Story {
     bool MayWriteFlash() const;
 
     Input& input_;
+    const std::uint8_t end_;  // how the updater ends; read first, for nothing is left then
     Nobody nobody_;
     std::unique_ptr<tools::Watch> watch_;
     const int segments_;
@@ -171,11 +173,11 @@ void Story::Step() {
 }
 
 void Story::End() {
-    if (stage_ != Stage::Ended && input_.Byte() % 2 != 0) {
+    const int status = end_ % 4;
+    if (stage_ != Stage::Ended && (end_ & 4) != 0) {
         Print("ERROR");
     }
     Deliver(pipe_.size());
-    const int status = input_.Byte() % 4;
     const bool says_success = watch_->Finish(status, false, now_) == 0;
     Require(!says_success || (status == 0 && is_done_), "no success without DONE and status 0");
     Require(says_success || status != 0 || !is_done_ || now_ > LONGEST_SILENCE,
