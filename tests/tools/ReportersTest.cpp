@@ -143,6 +143,24 @@ TEST(TerminalReporter, BreaksItsOwnSentencesAtBlanks) {
         << written;
 }
 
+// No update runs, so that no line moves below.
+TEST(TerminalReporter, BreaksWhatItSaysOfAUnitBelowItsBeginning) {
+    std::string written;
+    tools::TerminalReporter reporter([&written](const std::string& text) { written += text; },
+                                     [] { return 40; }, false);
+    tools::WatchEvent event;
+    event.kind = tools::WatchEvent::Kind::Check;
+    event.name = "bus";
+    event.is_well = false;
+    event.text = "/dev/i2c1: No such file or directory; make the node, under this name";
+    reporter.Report(event);
+    EXPECT_EQ(
+        "\r\x1B[JNO   bus: /dev/i2c1: No such file or\n"
+        "     directory; make the node, under\n"
+        "     this name\n",
+        written);
+}
+
 TEST(TerminalReporter, LetsNoEscapeSequenceOfTheUpdatersThrough) {
     const std::string written = Written<tools::TerminalReporter>(
         "b MSG: \x1B[2J\n100\nDONE\n", [] { return 80; }, false);

@@ -2,6 +2,7 @@
 #include "tools/watch/Ending.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/Text.h"
 #include "tools/watch/ProgressLine.h"
@@ -59,10 +60,8 @@ void AddEntry(std::vector<std::string>& lines, std::string label, const std::str
         return;
     }
     label.resize(LABEL_WIDTH, ' ');
-    const std::size_t indent = 2 + LABEL_WIDTH;
-    for (const std::string& line : Wrap(text, width > indent ? width - indent : width)) {
-        lines.push_back("  " + label + line);
-        label.assign(LABEL_WIDTH, ' ');
+    for (std::string& line : WrapBehind("  " + label, text, width)) {
+        lines.push_back(std::move(line));
     }
 }
 

@@ -26,11 +26,6 @@ std::string PhaseSentence(const Progress& progress) {
     return text + (progress.writes_flash ? ": do not switch off" : "");
 }
 
-std::string CheckSentence(const WatchEvent& event) {
-    const char* const answer = !event.is_well ? "?    " : *event.is_well ? "yes  " : "NO   ";
-    return answer + event.name + ": " + common::Escape(event.text);
-}
-
 // All lines of the end's report, without the last line's end.
 std::string EndText(const WatchEvent& event, int width) {
     return common::Join(Lines(event.ending, width), "\n");
@@ -38,6 +33,12 @@ std::string EndText(const WatchEvent& event, int width) {
 
 std::size_t Columns(int width) {
     return static_cast<std::size_t>(std::max(width, 0));
+}
+
+std::string CheckSentence(const WatchEvent& event, int width) {
+    const char* const answer = !event.is_well ? "?    " : *event.is_well ? "yes  " : "NO   ";
+    const std::string text = event.name + ": " + common::Escape(event.text);
+    return common::Join(WrapBehind(answer, text, Columns(width)), "\n");
 }
 
 // As a person reads it, without the last line's end: the updater's lines as they are, bbpwatch's
@@ -52,7 +53,7 @@ std::string Sentence(const WatchEvent& event, int width = 0) {
         case WatchEvent::Kind::Phase:
             return PhaseSentence(event.progress);
         case WatchEvent::Kind::Check:
-            return CheckSentence(event);
+            return CheckSentence(event, width);
         case WatchEvent::Kind::End:
             return EndText(event, width);
         case WatchEvent::Kind::Note:
@@ -113,7 +114,13 @@ void TerminalReporter::OnProgress(const WatchEvent& event) {
 }
 
 void TerminalReporter::OnText(const WatchEvent& event) {
-    PrintAbove(Sentence(event, width_() - 1), event.progress);
+    const std::string text = Sentence(event, width_() - 1);
+    // No update runs while a unit is looked at.
+    if (event.kind == WatchEvent::Kind::Check) {
+        Draw(text + "\n", width_());
+    } else {
+        PrintAbove(text, event.progress);
+    }
 }
 
 void TerminalReporter::OnEnd(const WatchEvent& event) {

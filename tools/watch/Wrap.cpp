@@ -16,4 +16,14 @@ std::vector<std::string> Wrap(std::string text, std::size_t width) {
     return lines;
 }
 
+std::vector<std::string> WrapBehind(std::string label, const std::string& text, std::size_t width) {
+    const std::size_t indent = label.size();
+    std::vector<std::string> lines = Wrap(text, width > indent ? width - indent : width);
+    for (std::string& line : lines) {
+        line.insert(0, label);
+        label.assign(indent, ' ');
+    }
+    return lines;
+}
+
 }  // namespace tools

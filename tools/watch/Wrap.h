@@ -12,6 +12,10 @@ namespace tools {
 // word where it alone is longer than a line.
 std::vector<std::string> Wrap(std::string text, std::size_t width);
 
+// The same behind a label: the further lines stand below the first one's text. A width that leaves
+// the text no room is that of the text alone.
+std::vector<std::string> WrapBehind(std::string label, const std::string& text, std::size_t width);
+
 }  // namespace tools
 
 #endif
