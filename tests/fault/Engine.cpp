@@ -59,6 +59,8 @@ class Runs {
 
     const Tally& Sum() const { return tally_; }
 
+    bool IsDecided() const { return selection_.only_whether && tally_.failed > 0; }
+
   private:
     void MakeKind(const Scenario& scenario, const Catalogue& catalogue, Kind kind) {
         constexpr std::uint64_t STRIDE = 7919;
@@ -78,6 +80,9 @@ class Runs {
 
     void Take(const Scenario& scenario, const Injection& injection) {
         const std::uint64_t number = number_++;
+        if (IsDecided()) {
+            return;
+        }
         if (number % selection_.every != 0 ||
             number / selection_.every % selection_.shards != selection_.shard) {
             return;
@@ -112,7 +117,9 @@ class Runs {
 Tally RunAll(const Selection& selection) {
     Runs runs(selection);
     for (const Scenario& scenario : AllScenarios(selection.long_run)) {
-        runs.Make(scenario);
+        if (!runs.IsDecided()) {
+            runs.Make(scenario);
+        }
     }
     return runs.Sum();
 }

@@ -18,7 +18,8 @@ struct Selection {
     bool long_run = false;  // more scenarios and more of each kind
     unsigned shard = 0;     // of `shards`
     unsigned shards = 1;
-    unsigned every = 1;  // only each such run: a sample
+    unsigned every = 1;         // only each such run: a sample
+    bool only_whether = false;  // whether any run fails: the first one that does is the last
 };
 
 // The sum of many runs.

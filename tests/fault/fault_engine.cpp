@@ -103,6 +103,7 @@ int main(int argc, char** argv) try {
     line.Value("--shard", selection.shard, 0, MOST, "which part, from 0");
     line.Value("--shards", selection.shards, 1, MOST, "of how many parts");
     line.Value("--every", selection.every, 1, MOST, "only each such run");
+    line.Flag("--first", selection.only_whether, "end with the first run that fails");
     line.Value("--jobs", jobs, 1, MOST, "processes at once");
     line.Value("--at-least", at_least, 0, MOST, "fewer distinct runs are a failure");
     line.Value("--replay", replay, "only the run with this id, verbosely");
