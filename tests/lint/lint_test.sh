@@ -24,9 +24,20 @@ make_tree() {
     printf 'BasedOnStyle: Google\nIndentWidth: 4\n' >>.clang-format
     printf 'AllowShortFunctionsOnASingleLine: None\n' >>.clang-format
     printf "# SPDX-License-Identifier: Apache-2.0\nChecks: '-*,bugprone-*'\n" >.clang-tidy
-    printf "WarningsAsErrors: '*'\n" >>.clang-tidy
-    printf '[{"directory": "%s", "file": "src/lm/a.cpp", "command": "%s"}]\n' "$PWD" \
-        'g++ -std=c++11 -I src -c src/lm/a.cpp' >build/release/compile_commands.json
+    printf "WarningsAsErrors: '*'\nHeaderFilterRegex: '/tests/'\nCheckOptions:\n" >>.clang-tidy
+    printf '  - { key: %s, value: CamelCase }\n' readability-identifier-naming.FunctionCase >>.clang-tidy
+    # Two sources that CMake compiles as one, and one that another build compiles.
+    mkdir -p tests/unit tests/fuzz build/release/tests
+    for name in unit/A unit/B fuzz/C; do
+        printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' "int ${name#*/}() {" '    return 1;' \
+            '}' >"tests/$name.cpp"
+    done
+    printf '#include "%s/tests/unit/%s.cpp"\n' "$PWD" A "$PWD" B >build/release/tests/one.cxx
+    printf '[{"directory": "%s", "file": "%s", "command": "g++ -std=c++11 -I src -c %s"},\n' \
+        "$PWD" src/lm/a.cpp src/lm/a.cpp >build/release/compile_commands.json
+    printf '{"directory": "%s", "file": "%s", "command": "g++ -c %s"}]\n' "$PWD" \
+        "$PWD/build/release/tests/one.cxx" "$PWD/build/release/tests/one.cxx" \
+        >>build/release/compile_commands.json
     printf 'bbpflash\n' >build/release/bin/bbpflash
     chmod +x build/release/bin/bbpflash
 }
@@ -67,5 +78,8 @@ catches paths 'pwd >>build/release/bin/bbpflash'
 catches paths 'rm build/release/bin/bbpflash'
 catches scripts 'echo "cd folder" >>run'
 catches tidy-src 'echo "int b(int* c) { return sizeof(c) / sizeof(c[0]); }" >>src/lm/a.cpp'
+catches naming-tests 'sed -i "s/int B/int bad_name/" tests/unit/B.cpp'
+catches naming-tests 'sed -i "s/int C/int bad_name/" tests/fuzz/C.cpp'
+catches naming-tests 'echo "int b(" >>tests/unit/A.cpp'
 
 ((failures == 0))
