@@ -37,6 +37,7 @@ need build lint
 leave_out=full
 build_preset release bbp_programs bbp_short_tests
 build_preset asan bbp_short_tests
-say "left out, and run by ./dev test --full: clang, coverage, 32-bit ARM, fuzzing, the" \
-    "decoders, reproducibility, most fault runs, the rest under the sanitizers"
+say "left out, and run by ./dev test --full: clang, clang-tidy, coverage, 32-bit ARM," \
+    "fuzzing, the decoders, reproducibility, packages, engines, most fault runs, the rest under" \
+    "the sanitizers"
 test_presets release asan
