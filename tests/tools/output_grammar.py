@@ -91,7 +91,9 @@ class Grammar:
             tokens = tokens[1:]
         element, is_bytes, tokens = self.element(tokens)
         if count and not is_bytes:
-            count += b"+"
+            # Not the shorter `count+`: Python before 3.11.5 goes wrong with it where an element can
+            # be read in several ways.
+            return b"(?>" + element + count + b")", tokens
         return element + count, tokens
 
     def element(self, tokens):
