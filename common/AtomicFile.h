@@ -14,8 +14,8 @@ std::string FollowLinks(const std::string& path);
 
 // A regular file that is replaced as a whole or not at all: its new content goes to a temporary
 // file in the same folder, which takes the name over when it is complete and on the disk. Every
-// failure throws Failure and leaves the named file as it was; the temporary file goes in any case, or
-// is named on standard error.
+// failure throws Failure and leaves the named file as it was; the temporary file goes in any case,
+// or is named on standard error.
 class AtomicFile {
   public:
     // Prepares to write `path`; a symbolic link is followed. What is there must be a regular file.

@@ -28,10 +28,9 @@ INCLUDE = re.compile(r'^\s*#include "([^"]+)"', re.MULTILINE)
 
 def sources():
     '''The C and C++ files that are shipped, relative to the root.'''
-    listed = subprocess.run(['git', 'ls-files', *SHIPPED], cwd=ROOT, check=True,
-                            capture_output=True, text=True).stdout.split()
-    return [pathlib.PurePosixPath(name) for name in listed
-            if name.endswith(('.h', '.cpp')) and (ROOT / name).exists()]
+    return sorted(pathlib.PurePosixPath(path.relative_to(ROOT))
+                  for folder in SHIPPED for path in (ROOT / folder).rglob('*')
+                  if path.suffix in ('.h', '.cpp'))
 
 
 def folder_of(path):

@@ -36,8 +36,9 @@ struct Options {
 // that a head unit behind device nodes can have: locks are the kernel's business.
 bool LockIsTaken(const std::vector<Fault>& faults);
 
-// Reads the command line into `options`. Returns the status with which the program is to end at once,
-// after a text that was asked for and is printed; or nothing. Throws a common::Failure for a mistake.
+// Reads the command line into `options`. Returns the status with which the program is to end at
+// once, after a text that was asked for and is printed; or nothing. Throws a common::Failure for a
+// mistake.
 std::optional<int> ParseOptions(int argc, const char* const* argv, Options& options);
 
 }  // namespace sim
