@@ -6,7 +6,7 @@ namespace sim {
 namespace {
 
 // What the way of a transfer from its caller to here and back takes.
-constexpr Duration NODE_COST = std::chrono::microseconds(130);
+constexpr Duration NODE_COST = std::chrono::microseconds(100);
 
 }  // namespace
 
