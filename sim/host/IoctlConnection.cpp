@@ -77,7 +77,11 @@ void IoctlConnection::OnEvents(short events, DeviceHandler& handler) {
         Flush();
     } else if (Receive()) {
         received_ = 0;
-        call_ ? OnPiece(handler) : OnRequest(handler);
+        if (call_) {
+            OnPiece(handler);
+        } else {
+            OnRequest(handler);
+        }
     }
 }
 

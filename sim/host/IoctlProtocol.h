@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What umockdev's library, preloaded into a program, and whoever serves its device nodes say to
-// each other, over a stream socket for each opened node: "ioctl/dev/NAME" in the nodes' folder.
+// What umockdev's library (0.17), preloaded into a program, and whoever serves its device nodes say
+// to each other, over a stream socket for each opened node: "ioctl/dev/NAME" in the nodes' folder.
 //
 // The program sends a request: an ioctl, a read or a write of the node. The server may ask for
 // bytes of the program's memory, which come without anything around them, and give it bytes to put
-// there, which follow their message. With DONE the call returns. A program sends nothing else
-// before that.
+// there, which follow their message. With Done the call returns; until then the program sends
+// nothing else.
 //
 // The library takes each message with one recv and does not go on where one is cut, so whoever
 // sends must not cut it. It ends its program if the server goes, and if it is to read or write

@@ -25,20 +25,20 @@ struct Devices : DeviceHandler {
     std::vector<std::string> written;
     std::string levels;
     std::uint8_t byte = 'r';
-    int error = 0;
+    int read_error = 0;
     Clock::time_point release;
 
     int WriteBus(unsigned, const std::uint8_t* bytes, std::size_t size) override {
         written.emplace_back(reinterpret_cast<const char*>(bytes), size);
-        return error;
+        return 0;
     }
     int ReadBus(unsigned, std::uint8_t* bytes, std::size_t size) override {
         std::fill_n(bytes, size, byte);
-        return error;
+        return read_error;
     }
     int WriteReset(const char* text, std::size_t size) override {
         levels.append(text, size);
-        return error;
+        return 0;
     }
     Clock::time_point Release() const override { return release; }
     std::optional<Clock::time_point> NextEvent() const override { return std::nullopt; }
@@ -116,7 +116,7 @@ TEST_F(SimNodes, GiveWhatWasReadUnlessTheTransferFails) {
     EXPECT_EQ(2, bus_.Ioctl(I2C_RDWR, exchange.Address()).result);
     EXPECT_EQ("rrrrr", exchange.Read());
     devices_.byte = 'x';
-    devices_.error = EIO;
+    devices_.read_error = EIO;
     const Done done = bus_.Ioctl(I2C_RDWR, exchange.Address());
     EXPECT_EQ(-1, done.result);
     EXPECT_EQ(EIO, done.error);
@@ -130,8 +130,10 @@ TEST_F(SimNodes, GiveAsMuchAsATransferCanReadToAProgramThatTakesItsTime) {
         messages.push_back({0x17, I2C_M_RD, 8192, reinterpret_cast<__u8*>(buffer.data())});
     }
     i2c_rdwr_ioctl_data transfer = {messages.data(), 42};
+    // From the second call on, the program's memory is read.
+    bus_.Ioctl(I2C_RDWR, Exchange("hello", 0).Address());
     bus_.Send(IoctlWord::Ioctl, I2C_RDWR, NodeClient::AddressOf(&transfer));
-    // More than the socket holds: the server must not wait for it.
+    // The answer is more than the socket holds: the server must not wait until it is taken.
     EXPECT_EQ(1, reset_.Write("1", 1).result);
     EXPECT_EQ(42, bus_.Serve().result);
     for (const std::vector<char>& buffer : buffers) {
