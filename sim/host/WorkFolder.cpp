@@ -83,7 +83,8 @@ WorkFolder::WorkFolder() : path_(ChoosePath()) {
 
 WorkFolder::~WorkFolder() {
     pipe_.Reset();
-    waitpid(pid_, nullptr, 0);
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
     // The other process may have been killed.
     std::error_code error;
     std::filesystem::remove_all(path_, error);
