@@ -212,14 +212,23 @@ int Execute(Plan& plan) {
     return worst;
 }
 
-// The write end goes with a successful exec; a failed one sends its errno.
+// The write end goes with a successful exec; a failed one sends its errno. Throws Failure when this
+// cannot be heard.
 int ErrorOfExec(int pipe_end) {
     int error = 0;
     ssize_t size = 0;
     do {
         size = read(pipe_end, &error, sizeof error);
     } while (size < 0 && errno == EINTR);
+    if (size < 0) {
+        throw ErrnoFailure("hearing of a program's start", errno);
+    }
     return size == static_cast<ssize_t>(sizeof error) ? error : 0;
+}
+
+void WaitForGone(pid_t child) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }
 
 }  // namespace
@@ -246,10 +255,17 @@ pid_t Spawn(const Start& start) {
         throw ErrnoFailure("making a process", errno);
     }
     tell.Reset();
-    const int error = ErrorOfExec(failure.read_end.Get());
+    int error = 0;
+    try {
+        error = ErrorOfExec(failure.read_end.Get());
+    } catch (const Failure&) {
+        // Nobody would wait for it.
+        kill(child, SIGKILL);
+        WaitForGone(child);
+        throw;
+    }
     if (error != 0) {
-        while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        WaitForGone(child);
         const bool missing = error == ENOENT || error == ENOTDIR;
         throw ErrnoFailure(start.words[0], error,
                            missing ? STATUS_NOT_FOUND : STATUS_NOT_EXECUTABLE);
