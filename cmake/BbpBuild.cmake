@@ -57,6 +57,8 @@ endmacro()
 # bbp_target(<target>): a target of the simulator, the tools or the tests, C++17.
 function(bbp_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 17)
+    # Nobody waits for these; -O3, which the updater has, takes a quarter more to compile.
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O2>)
     # A default would hide the enumerator that is new and forgotten.
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -Wswitch-enum)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")

@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     report.label = label;
     report.findings.push_back({tools::Grade::Warnings, "code", label});
     fuzz::Require(!tools::ToText(report).empty(), "a text for people");
-    fuzz::Require(nlohmann::json::parse(tools::ToJson(report).dump()).is_object(),
+    fuzz::Require(nlohmann::json::parse(tools::ToJson({report})).is_object(),
                   "a text for programs");
     return 0;
 }

@@ -11,15 +11,13 @@
 #include "common/UniqueFd.h"
 #include "sim/SampleImage.h"
 #include "tests/tools/TemporaryFolder.h"
+#include "tests/tools/full_size.h"
 
 namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-// A size at which the last segment is exactly full.
-constexpr std::size_t FULL_SIZE = 2034 + 2035 * 460;
 
 class Bbpimage : public testing::Test {
   protected:

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <random>
 
 #include "lm/HcLogical.h"
@@ -17,6 +18,10 @@ using tools::ImageReport;
 using tools::InspectImage;
 
 constexpr std::size_t SAMPLE_SIZE = std::size_t{2} * 1024 * 1024;
+
+nlohmann::json JsonOf(const ImageReport& report) {
+    return nlohmann::json::parse(tools::ToJson({report}))["images"][0];
+}
 
 class ImageInspector : public testing::Test {
   protected:
@@ -179,8 +184,7 @@ TEST_F(ImageInspector, ShowsBlanksAndControlCharactersInItsText) {
 }
 
 TEST_F(ImageInspector, WritesJsonWithTheExactBytesBeside) {
-    const nlohmann::json json = tools::ToJson(InspectField("1\xE9\"__" + Blanks(32)));
-    EXPECT_EQ(json, nlohmann::json::parse(json.dump()));
+    const nlohmann::json json = JsonOf(InspectField("1\xE9\"__" + Blanks(32)));
     EXPECT_EQ("1\\xe9\"", json["label"]);
     EXPECT_EQ("31e922", json["label_hex"]);
     EXPECT_EQ("non-ascii-characters", json["findings"][0]["code"]);
@@ -188,7 +192,7 @@ TEST_F(ImageInspector, WritesJsonWithTheExactBytesBeside) {
 }
 
 TEST_F(ImageInspector, WritesJsonForAFileThatCannotBeRead) {
-    const nlohmann::json json = tools::ToJson(InspectImage(folder_.Path("missing.bin")));
+    const nlohmann::json json = JsonOf(InspectImage(folder_.Path("missing.bin")));
     EXPECT_EQ("unusable", json["grade"]);
     EXPECT_EQ("unreadable", json["findings"][0]["code"]);
     EXPECT_TRUE(json["label"].is_null());

@@ -11,6 +11,7 @@
 #include "tests/support/StreamChecker.h"
 #include "tests/support/VirtualHeadUnit.h"
 #include "tests/tools/TemporaryFolder.h"
+#include "tests/tools/full_size.h"
 
 namespace {
 
@@ -20,9 +21,6 @@ using virt::RunResult;
 
 constexpr std::size_t FILLED_SIZE = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t SOUND_SIZE = 930000;  // bytes; no other property than that it has a label
-
-// A size at which the last segment is exactly full.
-constexpr std::size_t FULL_SIZE = 2034 + 2035 * 460;
 
 std::string Blanks(std::size_t count) {
     return std::string(count, ' ');

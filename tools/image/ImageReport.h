@@ -4,7 +4,6 @@
 #define BBPFLASH_TOOLS_IMAGE_IMAGEREPORT_H
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,8 +45,12 @@ const char* NameOf(Grade grade);
 
 std::string ToText(const ImageReport& report);
 
-// Texts with bytes from the image are escaped; their exact bytes stand beside in hexadecimal.
-nlohmann::json ToJson(const ImageReport& report);
+// One object, as bbpimage.schema.json has it. Texts with bytes from the images are escaped; their
+// exact bytes stand beside in hexadecimal.
+std::string ToJson(const std::vector<ImageReport>& reports);
+
+// The worst of these; clean if there is none.
+Grade WorstGrade(const std::vector<ImageReport>& reports);
 
 }  // namespace tools
 

@@ -55,25 +55,21 @@ void Show(const std::string& text) {
 }
 
 int Info(const Options& options) {
-    tools::Grade worst = tools::Grade::Clean;
-    nlohmann::json images = nlohmann::json::array();
+    std::vector<tools::ImageReport> reports;
     for (const std::string& path : options.paths) {
         tools::ImageReport report = Inspect(path);
         if (options.expected) {
             report.Expect(*options.expected);
         }
-        worst = std::max(worst, report.GetGrade());
-        if (options.as_json) {
-            images.push_back(tools::ToJson(report));
-        } else {
+        if (!options.as_json) {
             Show(tools::ToText(report));
         }
+        reports.push_back(std::move(report));
     }
     if (options.as_json) {
-        const nlohmann::json all = {{"images", images}, {"grade", tools::NameOf(worst)}};
-        Show(all.dump(2) + "\n");
+        Show(tools::ToJson(reports));
     }
-    return static_cast<int>(worst);
+    return static_cast<int>(tools::WorstGrade(reports));
 }
 
 // Where the result goes: over the image itself, or to a file that is new unless forced.
