@@ -31,7 +31,7 @@ ERRORS = {call: errors.split() for call, errors in {
     "fchmodat": _WHERE + " EPERM EROFS",
     "fchown": "EIO EPERM EROFS",
     "fdatasync": "EIO ENOSPC EINTR",
-    "flock": "EINTR ENOLCK EWOULDBLOCK",
+    "flock": "EINTR ENOLCK EAGAIN",
     "fork": _MEMORY,
     "fstat": "ENOMEM EIO",
     "fsync": "EIO ENOSPC EROFS EINTR EINVAL",

@@ -135,8 +135,13 @@ def scenarios():
         Writing("make", ["make", "--version", "3.0.0", "--size", "930001", "b.bin"], [], "b.bin"),
         Writing("make-over", ["make", "--force", "--version", "3.0.0", "--size", "930001", "b.bin"],
                 ["b.bin"], "b.bin"),
+        Writing("make-link", ["make", "--force", "--version", "3.0.0", "--size", "930001", "link"],
+                ["b.bin"], "b.bin", "link"),
         Padding("pad", ["pad", "a.bin"], ["a.bin"], "a.bin"),
+        Padding("pad-output", ["pad", "a.bin", "-o", "b.bin"], ["a.bin"], "b.bin"),
         Looking("info", ["info", "a.bin"], ["a.bin"]),
         Looking("info-alone", ["info", "a.bin"], ["a.bin"], True),
+        Looking("info-expect", ["info", "--expect", "1.0.0", "a.bin"], ["a.bin"]),
+        Looking("label-stdout", [*label, "-o", "-"], ["a.bin"]),
         Looking("info-json", ["info", "--json", "a.bin", "b.bin"], ["a.bin", "b.bin"]),
     ]
