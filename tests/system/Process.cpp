@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -31,7 +32,14 @@ std::string ProgramFolder() {
     return BBP_PROGRAM_FOLDER;
 }
 
+// A shell that runs this test in the background has it ignore what is typed at the terminal.
+void HearKeyboard() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGQUIT, SIG_DFL);
+}
+
 Process::Process(const Words& words, bool as_nobody) : words_(words) {
+    HearKeyboard();
     const common::UniqueFd nothing = Open("/dev/null", O_RDONLY);
     const common::UniqueFd out = Open(folder_.Path("out"), O_WRONLY | O_CREAT);
     const common::UniqueFd err = Open(folder_.Path("err"), O_WRONLY | O_CREAT);

@@ -19,6 +19,9 @@ using Words = std::vector<std::string>;
 // updater leaves to the process's end.
 extern const common::Variable SANITIZER_OPTIONS;
 
+// What this process starts takes the signals of the keyboard, even if this one was told not to.
+void HearKeyboard();
+
 // The folder of the built programs.
 std::string ProgramFolder();
 

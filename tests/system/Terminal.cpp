@@ -23,6 +23,7 @@ constexpr int BETWEEN_KEYS = 100;  // milliseconds
 }  // namespace
 
 Terminal::Terminal(const Words& words) {
+    HearKeyboard();
     int terminal = -1;
     if (openpty(&line_, &terminal, nullptr, nullptr, nullptr) != 0) {
         throw common::ErrnoFailure("opening a terminal", errno);

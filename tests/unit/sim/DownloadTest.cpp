@@ -58,6 +58,22 @@ TEST_F(SimChip, DoesNotTakeOtherMessagesThatAreOneByteShort) {
         caller_.AskRaw(Message(OPCODE_FLASH, {FUNCTION_UNPROTECT, 0}).Length(14).Build()).Status());
 }
 
+TEST_F(SimChip, TakesNoLaterSegmentThatIsOneByteShort) {
+    caller_.Ask(Unprotect());
+    const std::vector<Bytes> segments = Download(Bytes(SMALL, 1), 1);
+    EXPECT_EQ(RECEIVED, caller_.AskRaw(segments[0]).Status());
+    const Message short_by_one =
+        Message(OPCODE_FLASH, Bytes(SEGMENT_PAYLOAD, 1)).Count(2).Segment(1, 3).Length(2047);
+    EXPECT_EQ(OVERFLOW_BIT, caller_.AskRaw(short_by_one.Build()).Status());
+}
+
+TEST_F(SimChip, TakesNoFirstSegmentOfADownloadOfNone) {
+    caller_.Ask(Unprotect());
+    const Message none =
+        Message(OPCODE_FLASH, Bytes(SEGMENT_PAYLOAD, FUNCTION_PROGRAM)).Segment(0, 0);
+    EXPECT_EQ(0u, caller_.Ask(none).Status() & RECEIVED);
+}
+
 TEST_F(SimChip, WaitsForASegmentThatNeverComes) {
     for (const std::size_t size : {2034u, 4069u}) {
         HeadUnit unit(Running("1"));
@@ -223,6 +239,7 @@ TEST_F(SimChipBurning, KeepsTheOldFirmwareWhenResetDuringTheDownload) {
 
 TEST_F(SimChipBurning, IsSilentForGoodWithoutPower) {
     unit_.Chip().LosePower();
+    EXPECT_EQ(ENXIO, caller_.Send(VersionQuery().Build()));
     caller_.Reset();
     unit_.Advance(seconds(60));
     EXPECT_EQ(ENXIO, caller_.Send(VersionQuery().Build()));

@@ -60,6 +60,14 @@ TEST(SimFaults, RepeatThePreviousReply) {
     EXPECT_EQ(STATUS_IDLE, bench.caller.PollStatus());
 }
 
+TEST(SimFaults, RepeatThePreviousReplyAsTheChipHasSentIt) {
+    const Reply sound = Bench({}).caller.Ask(VersionQuery());
+    Bench bench(
+        {At(Event::Version, 1, Action::AllOnes), At(Event::Poll, 1, Action::PreviousReply)});
+    bench.caller.Ask(VersionQuery());
+    EXPECT_EQ(sound.read, bench.caller.Ask(Poll()).read);
+}
+
 TEST(SimFaults, ReplyToAnotherCommand) {
     const Reply reply = VersionReplyWith(Action::OtherReply, 0);
     EXPECT_EQ(OPCODE_FLASH, reply.At(OPCODE_AT));
