@@ -6,6 +6,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <sstream>
 
 #include "common/Spawn.h"
 #include "common/UniqueFd.h"
@@ -232,6 +236,23 @@ TEST_F(Bbpimage, NamesItselfInEveryUsageError) {
 TEST_F(Bbpimage, TellsItsVersion) {
     EXPECT_EQ(0, Run({"--version"}));
     EXPECT_EQ(BBP_VERSION "\n", out_);
+}
+
+TEST_F(Bbpimage, HasAPageThatNamesEachLineOfInfo) {
+    ASSERT_EQ(0, Run({"info", Image()}));
+    std::ifstream file(BBPIMAGE_PAGE);
+    const std::string page(std::istreambuf_iterator<char>(file), {});
+    std::istringstream lines(out_);
+    std::string line;
+    std::getline(lines, line);  // the file's name
+    int named = 0;
+    for (; std::getline(lines, line) && line.find("no problem found") == std::string::npos;
+         ++named) {
+        const std::string name = line.substr(2, line.find_last_not_of(' ', 11) - 1);
+        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.BR? \"?" + name + "\"?[ \n]")))
+            << name;
+    }
+    EXPECT_EQ(6, named);
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ TEST(SimFaults, HoldABurnForEver) {
 
 TEST(SimFaults, DoNotCrashTheHeadUnitWhereTheyMakeNoSense) {
     for (unsigned event = 0; event < EVENTS; ++event) {
-        for (unsigned action = 0; action <= static_cast<unsigned>(Action::SlowStart); ++action) {
+        for (unsigned action = 0; action < ACTIONS; ++action) {
             const Fault fault = FromThereOn(
                 At(static_cast<Event>(event), 1, static_cast<Action>(action), 70000, 70000));
             Bench bench({fault, OnReply(fault)});

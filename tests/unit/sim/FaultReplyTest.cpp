@@ -36,7 +36,7 @@ TEST(SimFaults, SetTheCountByteOrTheLengthField) {
 TEST(SimFaults, LeaveARepliesBytesAloneUnlessTheyChangeReplies) {
     ReadBytes previous;
     previous.fill(0x11);
-    for (int action = 0; action <= static_cast<int>(Action::SlowStart); ++action) {
+    for (std::size_t action = 0; action < ACTIONS; ++action) {
         Fault fault = At(Event::Read, 1, static_cast<Action>(action), 0x5A, 20);
         ReadBytes bytes{};
         bytes[0] = 18;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <vector>
 
@@ -123,6 +124,18 @@ TEST(SimStatusNames, AreTheDecoders) {
 
 TEST(SimStatusNames, AreThePages) {
     ExpectAllOf("docs/protocol.md", PartsOfPage());
+}
+
+// What the updater says of a bit can be looked up.
+TEST(SimStatusNames, AreTheUpdatersMessagesOnThePageForRecovery) {
+    const std::string source = File("src/lm/HcLogical.cpp");
+    const std::regex said("STATUS_\\w+\\) \\{\\s+HUTIL_ERROR\\(\"([^\"]*)\"\\)");
+    Parts parts;
+    for (std::sregex_iterator at(source.begin(), source.end(), said), end; at != end; ++at) {
+        parts.push_back("`" + (*at)[1].str() + "`");
+    }
+    EXPECT_EQ(RECEPTION_BITS.size() - 2, parts.size()) << "all but RECEIVED and COUNT_MISMATCH";
+    ExpectAllOf("docs/recovery.md", parts);
 }
 
 TEST(SimStatusNames, CoverEveryBitOnceAndEveryStatusOnce) {
