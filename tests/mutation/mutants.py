@@ -34,12 +34,16 @@ class Mutant:
     def source(self):
         return TREE / "src" / self.file
 
-    def apply(self):
-        text = self.source().read_text()
+    def broken(self):
+        """The source's text with the breakage in it."""
+        text = (ROOT / "src" / self.file).read_text()
         if text.count(self.old) != 1:
             raise SystemExit(f"{self.name}: \"{self.old}\" stands {text.count(self.old)} times "
                              f"in {self.file}, not once")
-        self.source().write_text(text.replace(self.old, self.new))
+        return text.replace(self.old, self.new)
+
+    def apply(self):
+        self.source().write_text(self.broken())
 
     def undo(self):
         shutil.copyfile(ROOT / "src" / self.file, self.source())
@@ -55,6 +59,16 @@ def read_mutants():
         mutants.append(Mutant(name, file, old[2:].replace("<nl>", "\n"),
                               new[2:].replace("<nl>", "\n")))
     return mutants
+
+
+def misfits(mutants):
+    """The breakages that the compiler would find."""
+    for mutant in mutants:
+        done = subprocess.run(["c++", "-std=c++11", "-Isrc", "-fsyntax-only", "-x", "c++", "-"],
+                              cwd=ROOT, input=mutant.broken(), text=True, stderr=subprocess.PIPE,
+                              check=False)
+        if done.returncode != 0:
+            yield f"{mutant.name}: {done.stderr}"
 
 
 def run(command, seconds):
@@ -116,7 +130,13 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("names", nargs="*", help="only the breakages whose name has one of these")
     parser.add_argument("--every", type=int, default=40, help="the engine makes each such run")
+    parser.add_argument("--check", action="store_true",
+                        help="only whether each breakage fits the sources")
     options = parser.parse_args()
+    if options.check:
+        found = list(misfits(read_mutants()))
+        print("\n".join(found), end="")
+        return 1 if found else 0
     prepare()
     suites = [f"run_{suite}" for suite in RUN_SUITES]
     build("fault_engine", *suites)
