@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #ifdef __linux__
 #include <sys/prctl.h>
@@ -215,15 +216,10 @@ int Execute(Plan& plan) {
 // The write end goes with a successful exec; a failed one sends its errno. Throws Failure when this
 // cannot be heard.
 int ErrorOfExec(int pipe_end) {
+    const std::string told = ReadAll(pipe_end, "how a program's start went");
     int error = 0;
-    ssize_t size = 0;
-    do {
-        size = read(pipe_end, &error, sizeof error);
-    } while (size < 0 && errno == EINTR);
-    if (size < 0) {
-        throw ErrnoFailure("hearing of a program's start", errno);
-    }
-    return size == static_cast<ssize_t>(sizeof error) ? error : 0;
+    std::memcpy(&error, told.data(), std::min(told.size(), sizeof error));
+    return error;
 }
 
 void WaitForGone(pid_t child) {
@@ -248,7 +244,8 @@ pid_t Spawn(const Start& start) {
     if (child == 0) {
         const sigset_t& mask = start.signal_mask ? *start.signal_mask : held.Before();
         const int error = Prepare(start, parent, mask) ? Execute(plan) : errno;
-        (void)!write(tell.Get(), &error, sizeof error);
+        while (write(tell.Get(), &error, sizeof error) < 0 && errno == EINTR) {
+        }
         _exit(STATUS_NOT_EXECUTABLE);
     }
     if (child < 0) {
