@@ -94,23 +94,26 @@ def fault(logs):
 
 
 def faultcalls(logs):
-    """The sweep's counts: a table by kind and one by outcome, a column for each program."""
-    counts = {"kind": {}, "outcome": {}}
+    """The sweep's counts by kind and by outcome."""
+    kinds = collections.defaultdict(collections.Counter)
+    outcomes = collections.Counter()
     runs = wrong = 0
     for log in logs:
         runs += int(find(log, r"^runs (\d+)$", "count of runs")[1])
         wrong += int(find(log, r"^wrong (\d+)$", "count of findings")[1])
         for line in log.text.splitlines():
             words = line.split("\t")
-            if words[0] in counts:
-                row = counts[words[0]].setdefault(words[2], collections.Counter())
-                row[words[1]] += int(words[3])
+            if words[0] == "kind":
+                kinds[words[2]][words[1]] += int(words[3])
+            elif words[0] == "outcome":
+                outcomes[PROGRAMS[words[1]], words[2]] += int(words[3])
     lines = [f"{number(runs)} distinct runs; {wrong or 'none'} of them broke a promise."]
-    for title, rows in counts.items():
-        lines += ["", *table([title, *PROGRAMS.values()],
-                             [[what, *(number(row[program]) for program in PROGRAMS)]
-                              for what, row in sorted(rows.items())])]
-    return lines
+    lines += ["", *table(["kind", *PROGRAMS.values()],
+                         [[kind, *(number(row[program]) for program in PROGRAMS)]
+                          for kind, row in sorted(kinds.items())])]
+    lines += ["", "| program | outcome | runs |", "| --- | --- | ---: |"]
+    return lines + [f"| {program} | {outcome} | {number(count)} |"
+                    for (program, outcome), count in sorted(outcomes.items())]
 
 
 def fuzz(logs):

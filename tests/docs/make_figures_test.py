@@ -99,7 +99,7 @@ class PageTest(unittest.TestCase):
         self.assertIn("3 distinct runs; none of them broke", page)
         self.assertIn("| an error | 2 | 0 | 0 |", page)
         self.assertIn("| killed | 1 | 0 | 0 |", page)
-        self.assertIn("| status 2, not all shown | 3 | 0 | 0 |", page)
+        self.assertIn("| bbpimage | status 2, not all shown | 3 |", page)
         page = self.make("faultcalls", ("a.log", sweep("EIO", "ENOMEM")))
         self.assertIn("2 distinct runs; 1 of them broke", page)
         self.assertIn("not come to its end", self.make("faultcalls", ("a.log", "runs 7\n")))
