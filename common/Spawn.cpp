@@ -19,9 +19,7 @@
 
 #include "common/Failure.h"
 #include "common/Pipe.h"
-#include "common/Text.h"
-
-extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX asks for it
+#include "common/ProgramFiles.h"
 
 namespace common {
 
@@ -29,49 +27,6 @@ namespace {
 
 constexpr int STATUS_THREW = 125;
 const char SHELL[] = "/bin/sh";
-
-std::vector<std::string> Environment(const std::vector<Variable>& variables) {
-    std::vector<std::string> all;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        bool replaced = false;
-        for (const Variable& variable : variables) {
-            replaced = replaced || StartsWith(*entry, variable.name + "=");
-        }
-        if (!replaced) {
-            all.emplace_back(*entry);
-        }
-    }
-    for (const Variable& variable : variables) {
-        all.push_back(variable.name + "=" + variable.value);
-    }
-    return all;
-}
-
-std::string SearchPath(const std::vector<std::string>& environment) {
-    const std::string beginning = "PATH=";
-    for (const std::string& entry : environment) {
-        if (StartsWith(entry, beginning)) {
-            return entry.substr(beginning.size());
-        }
-    }
-    return "/bin:/usr/bin";
-}
-
-// The files that the program's name may stand for, in the order in which they are tried.
-std::vector<std::string> Candidates(const std::string& name, const std::string& search_path) {
-    if (name.empty() || name.find('/') != std::string::npos) {
-        return {name};
-    }
-    std::vector<std::string> files;
-    std::size_t begin = 0;
-    while (begin <= search_path.size()) {
-        const std::size_t end = std::min(search_path.find(':', begin), search_path.size());
-        const std::string folder = search_path.substr(begin, end - begin);
-        files.push_back((folder.empty() ? "." : folder) + "/" + name);
-        begin = end + 1;
-    }
-    return files;
-}
 
 // For exec: does not own the texts.
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
@@ -115,7 +70,7 @@ struct Plan {
     explicit Plan(const Start& the_start)
         : start(the_start),
           environment(Environment(start.variables)),
-          files(Candidates(start.words.at(0), SearchPath(environment))),
+          files(ProgramFiles(start.words.at(0), environment)),
           words{SHELL},
           arguments(Pointers(start.words)),
           variables(Pointers(environment)) {
