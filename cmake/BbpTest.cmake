@@ -29,7 +29,7 @@ target_precompile_headers(bbp_test_headers PRIVATE
 # bbp_test_target(<target>): the tests' own code: it is compiled more often than anyone waits for it
 # to run. Undefined behaviour is looked for in what is tested; in the test it doubles the build.
 function(bbp_test_target target)
-    bbp_target(${target})
+    bbp_plain_target(${target})
     # Fixtures in unnamed namespaces stay in one object, whatever gcc thinks of sources that include them.
     target_compile_options(${target} PRIVATE -O0 -fno-sanitize=undefined -fPIE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
