@@ -43,13 +43,14 @@ function(bbp_test_target target)
 endfunction()
 bbp_test_target(bbp_test_headers)
 
-# bbp_add_gtest(<folder> <name> SOURCES ... [LIBS ...] [WRAP function ...] [FULL] [SANITIZED])
+# bbp_add_gtest(<folder> <name> SOURCES ... [LIBS ...] [WRAP function ...] [FULL] [SANITIZED] [PARTS n])
 # A GoogleTest program <folder>_<name>, run as one ctest test. Each function named after WRAP is
 # replaced by the test's own __wrap_<function> when the program is linked. FULL and SANITIZED as in
 # bbp_add_test. ROOT names the one test case that needs root: it is a ctest test of its own, which
-# counts as skipped for everybody else.
+# counts as skipped for everybody else. PARTS: its test cases, which wait a lot, are dealt to so many ctest
+# tests, <name>_0 and so on, that run side by side.
 function(bbp_add_gtest folder name)
-    cmake_parse_arguments(ARG "FULL;SANITIZED" "ROOT" "SOURCES;LIBS;WRAP" ${ARGN})
+    cmake_parse_arguments(ARG "FULL;SANITIZED" "ROOT;PARTS" "SOURCES;LIBS;WRAP" ${ARGN})
     set(target "${folder}_${name}")
     add_executable(${target} ${ARG_SOURCES})
     bbp_test_target(${target})
@@ -73,10 +74,25 @@ function(bbp_add_gtest folder name)
         set_tests_properties(${BBP_PRESET}/${folder}/${name}_as_root PROPERTIES
             FAIL_REGULAR_EXPRESSION "Running 0 tests" SKIP_REGULAR_EXPRESSION "SKIPPED")
     endif()
-    bbp_add_test(${folder} ${name} COMMAND ${all} ${when} TARGETS ${target})
-    # A suite that runs nothing, or not everything, has failed.
-    set_tests_properties(${BBP_PRESET}/${folder}/${name} PROPERTIES
-        FAIL_REGULAR_EXPRESSION "Running 0 tests;SKIPPED;DISABLED TEST")
+    set(part 0)
+    set(label ${name})
+    while(TRUE)
+        if(ARG_PARTS)
+            set(label ${name}_${part})
+        endif()
+        bbp_add_test(${folder} ${label} COMMAND ${all} ${when} TARGETS ${target})
+        # A suite that runs nothing, or not everything, has failed.
+        set_tests_properties(${BBP_PRESET}/${folder}/${label} PROPERTIES
+            FAIL_REGULAR_EXPRESSION "Running 0 tests;SKIPPED;DISABLED TEST")
+        if(ARG_PARTS)
+            set_property(TEST ${BBP_PRESET}/${folder}/${label} APPEND PROPERTY ENVIRONMENT
+                "GTEST_TOTAL_SHARDS=${ARG_PARTS};GTEST_SHARD_INDEX=${part}")
+        endif()
+        math(EXPR part "${part} + 1")
+        if(NOT ARG_PARTS OR part EQUAL ARG_PARTS)
+            break()
+        endif()
+    endwhile()
 endfunction()
 
 # bbp_add_test(<folder> <name> COMMAND ... [FULL | SHORT] [SANITIZED] [TARGETS target ...])

@@ -6,7 +6,7 @@
 # Runs the suites of the simulator and the tools, and names each line that none of them reaches.
 cover_tools() {
     local suites=(unit_common unit_sim unit_sim_host tools_stream tools_image tools_bbpimage
-        tools_watch tools_Bbpwatch tools_BbpwatchEnd tools_BbpwatchTrouble system_update
+        tools_watch tools_bbpwatch system_update
         system_bench)
     local folder=$PWD/build/coverage-tools suite
     build_preset coverage-tools bbp_programs bus_client "${suites[@]}"

@@ -23,7 +23,7 @@ SUITE_SECONDS = 60  # a broken program may loop for ever
 # Of each set the suites that are quick, and those that run whole programs in real time.
 SETS = {
     "sim": (["unit_sim", "unit_sim_host"], ["system_update", "system_bench"]),
-    "tools": (["tools_stream", "tools_image", "tools_watch"], ["tools_bbpimage", "tools_Bbpwatch"]),
+    "tools": (["tools_stream", "tools_image", "tools_watch"], ["tools_bbpimage", "tools_bbpwatch"]),
 }
 
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <random>
 
 #include "lm/HcLogical.h"
@@ -18,10 +17,6 @@ using tools::ImageReport;
 using tools::InspectImage;
 
 constexpr std::size_t SAMPLE_SIZE = std::size_t{2} * 1024 * 1024;
-
-nlohmann::json JsonOf(const ImageReport& report) {
-    return nlohmann::json::parse(tools::ToJson({report}))["images"][0];
-}
 
 class ImageInspector : public testing::Test {
   protected:
@@ -181,21 +176,6 @@ TEST_F(ImageInspector, ShowsBlanksAndControlCharactersInItsText) {
     const std::string text = tools::ToText(InspectField("1\t\x01\\\xE9\n__" + Blanks(29)));
     EXPECT_NE(std::string::npos, text.find(R"("1\t\x01\\\xe9\n" [6])")) << text;
     EXPECT_NE(std::string::npos, text.find("__\xE2\x90\xA3\xE2\x90\xA3")) << text;
-}
-
-TEST_F(ImageInspector, WritesJsonWithTheExactBytesBeside) {
-    const nlohmann::json json = JsonOf(InspectField("1\xE9\"__" + Blanks(32)));
-    EXPECT_EQ("1\\xe9\"", json["label"]);
-    EXPECT_EQ("31e922", json["label_hex"]);
-    EXPECT_EQ("non-ascii-characters", json["findings"][0]["code"]);
-    EXPECT_EQ(455, json["segments"]);
-}
-
-TEST_F(ImageInspector, WritesJsonForAFileThatCannotBeRead) {
-    const nlohmann::json json = JsonOf(InspectImage(folder_.Path("missing.bin")));
-    EXPECT_EQ("unusable", json["grade"]);
-    EXPECT_EQ("unreadable", json["findings"][0]["code"]);
-    EXPECT_TRUE(json["label"].is_null());
 }
 
 }  // namespace
