@@ -18,9 +18,8 @@ class Option;
 
 namespace common {
 
-// The words that a program takes, each bound to a variable that outlives the parsing. A name such
-// as
-// "-o,--output" is an option's, one without a hyphen that of a word without an option.
+// The words that a program takes, each bound to a variable that outlives the parsing. A name with
+// hyphens, such as "-o,--output", is an option's, one without that of a word without an option.
 class CommandLine {
   public:
     using Text = std::string;

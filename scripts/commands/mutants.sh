@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
-#? mutants [--tools] [NAME...]
+#? mutants [--every N] [NAME...]
+#? mutants --tools [NAME...]
 #?     break the updater, or the simulator and the tools, on purpose; see the tests notice
 #? mutants generated [--every N] [--first K] [FILE...]
 #?     the same with every small change of its sources, against unit and run tests alone
