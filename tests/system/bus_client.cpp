@@ -88,6 +88,11 @@ int Burn(int bus) {
 
 int main(int argc, char** argv) {
     const int bus = open("/dev/i2c1", O_RDWR);
+    if (bus < 0) {
+        // Waiting for an answer would never end.
+        std::perror("/dev/i2c1");
+        return 1;
+    }
     const std::string what = argc > 1 ? argv[1] : "";
     if (what == "burn") {
         return Burn(bus);
