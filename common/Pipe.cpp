@@ -37,6 +37,14 @@ std::string ReadAll(int descriptor, const std::string& what) {
     }
 }
 
+std::string ReadFile(const std::string& path, const std::string& what) {
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        throw ErrnoFailure("opening " + what, errno);
+    }
+    return ReadAll(file.Get(), what);
+}
+
 void WriteAll(int descriptor, std::string_view bytes, const std::string& what) {
     while (!bytes.empty()) {
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());

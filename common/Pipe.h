@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pipes, and all that is read from or written to a descriptor.
+// Pipes, and all that is read from or written to a descriptor or a file.
 #ifndef COMMON_PIPE_H
 #define COMMON_PIPE_H
 
@@ -21,6 +21,9 @@ Pipe MakePipe();
 
 // Everything up to the end. Throws Failure, about "reading `what`".
 std::string ReadAll(int descriptor, const std::string& what);
+
+// All that the file at `path` holds. Throws Failure, about "opening `what`" or "reading `what`".
+std::string ReadFile(const std::string& path, const std::string& what);
 
 // Writes all of it. Throws Failure, about "writing `what`".
 void WriteAll(int descriptor, std::string_view bytes, const std::string& what);

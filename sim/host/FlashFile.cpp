@@ -10,12 +10,12 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <string>
 #include <string_view>
 
 #include "common/AtomicFile.h"
 #include "common/Failure.h"
+#include "common/Pipe.h"
 #include "common/Sha256.h"
 #include "sim/host/OutputFile.h"
 
@@ -64,12 +64,8 @@ std::optional<FlashBytes> FlashFile::Load() const {
     if (!std::filesystem::exists(path_)) {
         return std::nullopt;
     }
-    std::ifstream file(path_, std::ios::binary);
-    FlashBytes flash{std::istreambuf_iterator<char>(file), {}};
-    if (!file) {
-        throw common::ErrnoFailure("reading the flash's file " + path_, errno);
-    }
-    return flash;
+    const std::string flash = common::ReadFile(path_, "the flash's file " + path_);
+    return FlashBytes(flash.begin(), flash.end());
 }
 
 void FlashFile::Save(const FlashBytes& flash) const {

@@ -2,16 +2,14 @@
 #include "sim/host/Options.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <system_error>
 
 #include "common/CommandLine.h"
 #include "common/Failure.h"
+#include "common/Pipe.h"
 #include "sim/FaultText.h"
 #include "sim/SampleImage.h"
 #include "sim/host/Child.h"
@@ -88,11 +86,7 @@ Fault ParseFaultOption(const std::string& text) {
 }
 
 std::vector<Fault> ParseFaultFile(const std::string& path) {
-    std::ifstream file(path);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file) {
-        throw Mistake("--faults", path + ": " + std::generic_category().message(errno));
-    }
+    const std::string text = common::ReadFile(path, "the file of faults " + path);
     std::vector<Fault> faults;
     FaultMistake mistake;
     std::size_t line = 0;
@@ -151,13 +145,11 @@ void AddFaultOptions(CommandLine& line, Options& options) {
             "--fault",
             [&](const std::string& text) { options.faults.push_back(ParseFaultOption(text)); },
             "Something that goes wrong, such as \"segment 5 nak\"; may be given several times")
-
         .Named("TEXT");
     line.Each(
             "--faults",
             [&](const std::string& path) { Append(&options.faults, ParseFaultFile(path)); },
             "A file of them, one a line")
-
         .Named("FILE");
     line.Asked("--list-faults", FaultVocabulary, "Tells what can go wrong, and ends");
 }

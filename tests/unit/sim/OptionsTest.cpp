@@ -120,8 +120,9 @@ TEST(SimOptions, TellWhereInAFileAFaultIsWrong) {
                   "  read 0 nak\n"
                   "       ^",
               Mistake({"--faults", path.c_str()}));
-    EXPECT_EQ("--faults: /nowhere/x: No such file or directory",
+    EXPECT_EQ("opening the file of faults /nowhere/x: No such file or directory",
               Mistake({"--faults", "/nowhere/x"}));
+    EXPECT_EQ("reading the file of faults /: Is a directory", Mistake({"--faults", "/"}));
 }
 
 TEST(SimOptions, RefuseFaultsOfTheLockThatTheHostCannotHave) {
