@@ -90,12 +90,17 @@ CommandLine AddInfo(CommandLine& line, Options& options) {
     return info;
 }
 
+// Where a changed image goes.
+void AddOutput(CommandLine& command, Options& options) {
+    command.Value("-o,--output", options.out, "Write a new image instead of replacing FILE")
+        .Named("OUT");
+}
+
 CommandLine AddLabel(CommandLine& line, Options& options) {
     CommandLine label = line.Command("label", "Write the label that the updater reads");
     label.Value("FILE", options.path, "Image to label").Required();
     label.Value("TEXT", options.text, "The version, exactly as the chip reports it").Required();
-    label.Value("-o,--output", options.out, "Write a new image instead of replacing FILE")
-        .Named("OUT");
+    AddOutput(label, options);
     label.Flag("--force", options.force, "Replace OUT; write a label that no chip may report");
     label.Footer(std::string("Behind TEXT go two characters, \"__\": the updater drops the last "
                              "two of a label.\n") +
@@ -107,8 +112,7 @@ CommandLine AddPad(CommandLine& line, Options& options) {
     CommandLine pad =
         line.Command("pad", "Add the byte without which the updater would fail, if any");
     pad.Value("FILE", options.path, "Image to pad").Required();
-    pad.Value("-o,--output", options.out, "Write a new image instead of replacing FILE")
-        .Named("OUT");
+    AddOutput(pad, options);
     pad.Flag("--force", options.force, "Replace OUT");
     pad.Footer(std::string("The updater fails when the last segment of the download is exactly "
                            "full.\n") +
