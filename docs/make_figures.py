@@ -86,7 +86,7 @@ def fault(logs):
             outcomes.append((int(row[2]), [OUTCOMES.get(row[1], row[1]), number(row[2]), row[3]]))
     outcomes.sort(key=lambda row: -row[0])
     both = itertools.zip_longest(kinds, outcomes, fillvalue=(0, ["", "", ""]))
-    rows = [[*kind[:2], kind[2], *outcome] for (_, kind), (_, outcome) in both]
+    rows = [[*kind, *outcome] for (_, kind), (_, outcome) in both]
     return [f"{number(total[1])} distinct runs; in {number(total[2])} the fault has struck; none "
             "is unexplained.", "",
             "| kind | runs | | outcome | runs | |", "| --- | ---: | ---: | --- | ---: | ---: |",
