@@ -57,16 +57,16 @@ endmacro()
 # bbp_plain_target(<target>): a target of the simulator, the tools or the tests, C++17.
 function(bbp_plain_target target)
     set_target_properties(${target} PROPERTIES CXX_STANDARD 17)
-    # Nobody waits for these; -O3, which the updater has, takes a quarter more to compile.
+    # Only the updater has to be fast. -O3 takes a quarter more to compile.
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O2>)
     # A default would hide the enumerator that is new and forgotten.
     target_compile_options(${target} PRIVATE ${BBP_WARNINGS} -Wswitch-enum)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
-# bbp_read_headers_once(): where tests are built, and so everything, the compiler reads the standard
-# library once for all libraries of bbp_target: it is more than half of what a source costs. The preset
-# clang goes without, and finds what a source has forgotten to include.
+# bbp_read_headers_once(): the compiler reads the standard library once for all libraries of bbp_target:
+# it is more than half of what a source costs. Who builds without tests builds too little for that to
+# pay. The preset clang goes without, and finds what a source of these libraries does not include.
 function(bbp_read_headers_once)
     if(NOT BBP_TESTS)
         return()
