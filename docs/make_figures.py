@@ -11,7 +11,7 @@ NAME says which run it was; where several logs have the same one, they are put t
   kernel          ./dev kernel-test
   mutants         ./dev mutants
   mutants-tools   ./dev mutants --tools
-  generated       ./dev mutants generated
+  generated       ./dev mutants generated, whole or in parts (lm/, chip/ and so on)
   coverage-tools  ./dev coverage --tools
 
 A log holds what the command wrote to standard output and standard error. One of a run that has not
@@ -161,11 +161,12 @@ def mutants(logs):
 
 
 def generated(logs):
-    log = only(logs)
-    end = find(log, r"^(\d+) mutants, (\d+) survive \(([\d.]+) %\); (\d+) are equivalent, "
-               r"(\d+) do not", "end")
-    return [f"{number(end[1])} mutants, {end[2]} survive ({end[3]} %). {number(end[4])} more "
-            f"change nothing that can be observed, {number(end[5])} do not compile."]
+    ends = [find(log, r"^(\d+) mutants, (\d+) survive \([\d.]+ %\); (\d+) are equivalent, "
+                 r"(\d+) do not", "end").groups() for log in logs]
+    made, survive, equivalent, invalid = (sum(map(int, column)) for column in zip(*ends))
+    return [f"{number(made)} mutants, {survive} survive ({100 * survive / max(made, 1):.1f} %). "
+            f"{number(equivalent)} more change nothing that can be observed, {number(invalid)} do "
+            "not compile."]
 
 
 def coverage_tools(logs):

@@ -127,6 +127,12 @@ class PageTest(unittest.TestCase):
         text = "1490 mutants, 7 survive (0.5 %); 30 are equivalent, 12 do not compile\n"
         self.assertIn("1,490 mutants, 7 survive (0.5 %). 30 more change nothing",
                       self.make("generated", ("g.log", text)))
+        rest = "510 mutants, 9 survive (1.8 %); 2 are equivalent, 3 do not compile\n"
+        self.assertIn("2,000 mutants, 16 survive (0.8 %). 32 more change nothing that can be "
+                      "observed, 15 do not compile.",
+                      self.make("generated", ("a.log", text), ("b.log", rest)))
+        self.assertIn("not come to its end",
+                      self.make("generated", ("a.log", text), ("b.log", "Terminated\n")))
 
     def test_coverage(self):
         text = "simulator and tools: 5700 of 5997 lines, 95.05 %\n"
