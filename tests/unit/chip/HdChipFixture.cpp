@@ -15,6 +15,8 @@ namespace {
 HdChipTest* g_test = nullptr;
 int g_memory_countdown = -1;
 int g_object_countdown = -1;
+const void* g_last_block = nullptr;  // null once it was given back
+std::size_t g_last_block_size = 0;
 
 std::string Hex(unsigned char byte) {
     char text[3];
@@ -78,6 +80,14 @@ void HdChipTest::FailMemory(int index) {
 
 void HdChipTest::FailObject(int index) {
     g_object_countdown = index;
+}
+
+std::size_t HdChipTest::LastBlockSize() {
+    return g_last_block_size;
+}
+
+bool HdChipTest::LastBlockIsFree() {
+    return g_last_block == nullptr;
 }
 
 bool HdChipTest::Step(const std::string& name, const std::string& arguments, int* result) {
@@ -174,7 +184,19 @@ int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {
     const int result = __real_posix_memalign(memory, alignment, size);
     if (result == 0) {
         memset(*memory, 0xEE, size);  // as memory that was in use before
+        g_last_block = *memory;
+        g_last_block_size = size;
     }
     return result;
+}
+
+void __real_free(void* memory);
+void __wrap_free(void* memory);
+
+void __wrap_free(void* memory) {
+    if (memory == g_last_block) {
+        g_last_block = nullptr;
+    }
+    __real_free(memory);
 }
 }

@@ -42,6 +42,10 @@ class HdChipTest : public fake::PlatformTest {
     static void FailMemory(int index);
     static void FailObject(int index);
 
+    // How large the block was that posix_memalign made last, and whether it was given back.
+    static std::size_t LastBlockSize();
+    static bool LastBlockIsFree();
+
     // The trace without the engine's steps.
     std::vector<std::string> BusTrace() const;
 

@@ -209,6 +209,18 @@ TEST_F(HdChipPrintSysCfg, Dumps256BytesBehindTheKindToStandardOutput) {
     EXPECT_EQ(output_.err, "");
 }
 
+TEST_F(HdChipPrintSysCfg, GivesTheRoomForTheKindAndTheBytesBack) {
+    for (const int result : {0, 1}) {
+        ForgetScript();
+        Script("RetrieveLong", result);  // in place of the engine's, which makes blocks of its own
+
+        EXPECT_EQ(Print(), result == 1);
+
+        EXPECT_EQ(LastBlockSize(), 1u + 256u);
+        EXPECT_TRUE(LastBlockIsFree());
+    }
+}
+
 TEST_F(HdChipPrintSysCfg, StaysInsideItsMemoryForEveryCount) {
     for (int count = 0; count <= 255; ++count) {
         platform.Answer(Configuration(0xA5, static_cast<std::uint8_t>(count)));

@@ -2,6 +2,7 @@
 // The state machine of main alone: its four steps are replaced by ones that return what a test
 // says, states that the real ones never return among them.
 #include <gmock/gmock.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,8 +62,10 @@ class DriverStates : public testing::Test {
     static std::string Run(CommandLine&& line, const std::vector<int>& results) {
         g_results = results;
         int status = -1;
-        const fake::Output output =
-            fake::Capture([&] { status = bbpflash_main(line.Count(), line.Vector()); });
+        const fake::Output output = fake::Capture([&] {
+            status = bbpflash_main(line.Count(), line.Vector());
+            EXPECT_EQ(__fpending(stdout), 0u) << "what was printed is out";
+        });
         EXPECT_EQ(status, 0);
         EXPECT_EQ(output.err, "");
         return output.out;

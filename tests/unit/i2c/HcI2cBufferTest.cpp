@@ -16,6 +16,7 @@ std::optional<int> g_memalign_result;
 int g_memalign_errno = 0;
 std::size_t g_memalign_alignment = 0;
 std::size_t g_memalign_size = 0;
+const void* g_watched = nullptr;  // a block; null once it was given back
 
 using HcI2cBufferObject = HcI2cBufferTest;
 using HcI2cBufferFill = HcI2cBufferTest;
@@ -45,6 +46,16 @@ TEST_F(HcI2cBufferObject, ReceiveChunkOwnsZeroedRoomForAllThatItsCountByteCanPro
 
     ASSERT_GE(g_memalign_size, 17u + 255u);
     EXPECT_EQ(Bytes(chunk.buffer + 16, chunk.buffer + 17 + 255), Bytes(256, 0));
+}
+
+TEST_F(HcI2cBufferObject, GivesItsRoomBackWithTheChunk) {
+    for (const char type : {'t', 'r'}) {
+        {
+            const HcI2cBuffer chunk(&bus_, 0x2E, type);
+            g_watched = chunk.buffer;
+        }
+        EXPECT_EQ(g_watched, nullptr);
+    }
 }
 
 TEST_F(HcI2cBufferObject, IsAlignedTo16Bytes) {
@@ -234,5 +245,15 @@ int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {
         memset(*memory, 0xEE, size);  // as memory that was in use before
     }
     return result;
+}
+
+void __real_free(void* memory);
+void __wrap_free(void* memory);
+
+void __wrap_free(void* memory) {
+    if (memory == g_watched) {
+        g_watched = nullptr;
+    }
+    __real_free(memory);
 }
 }
