@@ -9,6 +9,7 @@ Only what a mutant changes is compiled; the tests are always those of the sound 
 """
 
 import argparse
+import filecmp
 import json
 import os
 import pathlib
@@ -72,6 +73,12 @@ class Equivalents:
         return bool(gone)
 
 
+def copy_changed(source, copy):
+    """Copies a file that differs, with the time of now: it is newer than what was built of it."""
+    if not pathlib.Path(copy).exists() or not filecmp.cmp(source, copy, shallow=False):
+        shutil.copy(source, copy)
+
+
 class Workshop:
     """The copy of the project in which the mutants are built."""
 
@@ -85,10 +92,10 @@ class Workshop:
         for name in COPIED:
             source, copy = ROOT / name, self.tree / name
             if source.is_dir():
-                shutil.copytree(source, copy, dirs_exist_ok=True)
+                shutil.copytree(source, copy, copy_function=copy_changed, dirs_exist_ok=True)
             elif source.exists():
                 self.tree.mkdir(parents=True, exist_ok=True)
-                shutil.copy2(source, copy)
+                copy_changed(source, copy)
         self.call("cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
                   "-DBBP_PRESET=mutants", "-DCMAKE_BUILD_TYPE=Debug",
                   "-DCMAKE_CXX_FLAGS=-O0 -g0 " + BOUNDS, "-DCMAKE_CXX_FLAGS_DEBUG=",

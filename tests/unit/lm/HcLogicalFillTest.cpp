@@ -164,6 +164,7 @@ TEST_F(HcLogicalFillFile, ChangesNothingForAnEmptyFile) {
 
     EXPECT_EQ(lm_.txLength, 12);
     EXPECT_EQ(lm_.txBuffer->GetLength(), 12);
+    EXPECT_THAT(platform.Messages(), ElementsAre());
 }
 
 TEST_F(HcLogicalFillFile, DoesNotReadAFileThatIsAtItsEnd) {
@@ -231,6 +232,20 @@ TEST_F(HcLogicalFillFile, ReturnsTheLastReadWhenTheFileEndsBeforeTheMessageIsFul
 
     EXPECT_EQ(lm_.txLength, 1012);
     EXPECT_EQ(lm_.txBuffer->GetLength(), 2048);
+    EXPECT_EQ(asked, 2);
+}
+
+TEST_F(HcLogicalFillFile, GoesOnWhileTheMessageHasRoomForOneMoreByte) {
+    const Stream file = File(5000);
+    lm_.Begin(0x84, 5000);
+    lm_.txBuffer->SetLength(14);  // room for 2034 in the chunk, for 2035 in the message
+    int asked = 0;
+    g_feof = [&] { return ++asked > 3 ? 1 : 0; };
+
+    EXPECT_EQ(lm_.Fill(file.get()), 2034);
+
+    EXPECT_EQ(lm_.txLength, 2046);
+    EXPECT_EQ(asked, 4);
 }
 
 TEST_F(HcLogicalFillFile, ReportsAReadWithANegativeResultAndTakesNothing) {
