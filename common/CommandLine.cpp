@@ -87,7 +87,8 @@ CommandLine::Word CommandLine::Each(const Text& name, const std::function<void(c
         }
     };
     CLI::Option* const option = app_->add_option_function(name, take_all, help);
-    return Word(option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->expected(1));
+    return Word(
+        option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->allow_extra_args(false));
 }
 
 CommandLine::Word CommandLine::Value(const Text& name, int& value, int lowest, int highest,

@@ -8,6 +8,7 @@
 namespace {
 
 using common::CommandLine;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -74,6 +75,23 @@ TEST_F(CommandLineTest, PrintsWhatItIsAskedFor) {
     EXPECT_THAT(line_.Help(), HasSubstr("Lists them"));
 }
 
+TEST_F(CommandLineTest, ShowsInItsHelpWhatAValueIsAndWhereMoreStands) {
+    std::string text = "as it is now";
+    std::string file;
+    std::string pace;
+    line_.Value("--text", text, "A text").WithDefault();
+    line_.Value("--file", file, "A file").Named("PATH");
+    line_.Value("--pace", pace, "A pace").WithDefault("as said");
+    line_.Footer("More stands elsewhere.");
+    const std::string help = line_.Help();
+    EXPECT_THAT(help, ContainsRegex("--text [^\n]*as it is now"));
+    EXPECT_THAT(help, ContainsRegex("--file PATH "));
+    EXPECT_THAT(help, ContainsRegex("--pace [^\n]*as said"));
+    EXPECT_THAT(help, HasSubstr("\nMore stands elsewhere."));
+    EXPECT_FALSE(Parse(line_, {}));
+    EXPECT_EQ("as it is now", text);
+}
+
 TEST_F(CommandLineTest, RefusesWhatItDoesNotKnowWithAHint) {
     unsigned number = 3;
     std::string word;
@@ -97,7 +115,7 @@ TEST_F(CommandLineTest, LeavesAValueToWhoTakesIt) {
     line_.Each("--each", take, "Each one");
     line_.Value("--one", take, "One");
     line_.Value("WORD", word, "A word");
-    EXPECT_FALSE(Parse(line_, {"--each", "a", "--each", "b,c", "--one", "d", "e"}));
+    EXPECT_FALSE(Parse(line_, {"--one", "d", "--each", "a", "--each", "b,c", "e"}));
     EXPECT_EQ((std::vector<std::string>{"a", "b,c", "d"}), taken);
     EXPECT_EQ("e", word);
     EXPECT_EQ("not that; hint", Mistake(line_, {"--each", "bad"}));

@@ -87,9 +87,15 @@ TEST(SimOptions, NameTheViews) {
     EXPECT_EQ("d", options.json);
 }
 
+TEST(SimOptions, LeaveTheCommandBehindAFaultAlone) {
+    const Options options = Parse({"--fault", "read nak", "true", "--fault"});
+    EXPECT_EQ(1u, options.faults.size());
+    EXPECT_EQ((std::vector<std::string>{"true", "--fault"}), options.command);
+}
+
 TEST(SimOptions, TellWhatIsWrongWithThem) {
-    for (const char* const wrong :
-         {"1,2", "1,2,-3", "1;2;3", "1,2,3601", "1,2,nan", "a,b,c", "1,2,3,4", "1,2,3,"}) {
+    for (const char* const wrong : {"1,2", "1,2,-3", "1;2;3", "1,2,3601", "1,2,nan", "a,b,c",
+                                    "1,2,3,4", "1,2,3,", "1,2s,3"}) {
         EXPECT_EQ(
             std::string("--burn: takes three times in seconds, such as 4,8,3, and not ") + wrong,
             Mistake({"--burn", wrong}));
