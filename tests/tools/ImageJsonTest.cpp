@@ -27,6 +27,15 @@ TEST(ImageJson, HasTheExactBytesBeside) {
     EXPECT_EQ(455, json["segments"]);
 }
 
+TEST(ImageJson, HasTheWorstOfAllGrades) {
+    std::vector<ImageReport> reports(3);
+    reports[1].findings.push_back(tools::MakeFinding(Grade::Warnings, "code", "text"));
+    const nlohmann::json json = nlohmann::json::parse(tools::ToJson(reports));
+    EXPECT_EQ("clean", json["images"][2]["grade"]);
+    EXPECT_EQ("warning", json["grade"]);
+    EXPECT_EQ(Grade::Clean, tools::WorstGrade({}));
+}
+
 TEST(ImageJson, HasNoLabelOfAFileThatCannotBeRead) {
     ImageReport report;
     report.findings.push_back(tools::MakeFinding(Grade::Unusable, "unreadable", "why"));
