@@ -7,55 +7,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
-#include <future>
+#include <thread>
 
 #include "common/Failure.h"
-#include "sim/host/DeviceNodes.h"
-#include "tests/tools/TemporaryFolder.h"
-#include "tests/unit/sim/NodeClient.h"
+#include "tests/unit/sim/DeviceNodesFixture.h"
 
 namespace sim {
 namespace {
 
 using std::chrono::milliseconds;
-
-// Remembers what is written, and reads the same byte as often as it is asked to.
-struct Devices : DeviceHandler {
-    std::vector<std::string> written;
-    std::string levels;
-    std::uint8_t byte = 'r';
-    int read_error = 0;
-    Clock::time_point release;
-
-    int WriteBus(unsigned, const std::uint8_t* bytes, std::size_t size) override {
-        written.emplace_back(reinterpret_cast<const char*>(bytes), size);
-        return 0;
-    }
-    int ReadBus(unsigned, std::uint8_t* bytes, std::size_t size) override {
-        std::fill_n(bytes, size, byte);
-        return read_error;
-    }
-    int WriteReset(const char* text, std::size_t size) override {
-        levels.append(text, size);
-        return 0;
-    }
-    Clock::time_point Release() const override { return release; }
-    std::optional<Clock::time_point> NextEvent() const override { return std::nullopt; }
-    void KeepTime() override {}
-};
-
-class SimNodes : public ::testing::Test {
-  protected:
-    NodeClient Open(const char* socket) const { return NodeClient(folder_.Path("") + socket); }
-
-    TemporaryFolder folder_;
-    Devices devices_;
-    std::promise<void> failed_;
-    DeviceNodes nodes_{folder_.Path(""), devices_, [this] { failed_.set_value(); }};
-    NodeClient bus_ = Open("/ioctl/dev/i2c1");
-    NodeClient reset_ = Open("/ioctl/dev/gpio/HD_DAB2Reset");
-};
 
 TEST_F(SimNodes, HaveAProgramsMemorySentUntilItIsSeenToBeReadable) {
     Exchange exchange("hello", 0);
@@ -148,6 +110,12 @@ TEST_F(SimNodes, HoldAnAnswerBackUntilTheDevicesReleaseIt) {
     EXPECT_LE(devices_.release, DeviceHandler::Clock::now());
 }
 
+TEST_F(SimNodes, BringTheDevicesToThePresentThoughNobodyCalls) {
+    devices_.until_event = milliseconds(20);
+    EXPECT_EQ(1, reset_.Write("1", 1).result);
+    EXPECT_TRUE(Happens(&devices_.time_was_kept));
+}
+
 TEST_F(SimNodes, AnswerWhatIsHeldBackWhenTheyGo) {
     Exchange exchange("hello", 0);
     devices_.release = DeviceHandler::Clock::time_point::max();
@@ -211,9 +179,32 @@ TEST_F(SimNodes, TakeLevelsFromCallsAndFromTheNodesFile) {
               testing::internal::GetCapturedStderr().substr(0, 41));
 }
 
+std::ptrdiff_t CountDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST_F(SimNodes, TakeALevelThatIsWrittenToTheFileJustBeforeTheEnd) {
+    std::promise<void> go_on;
+    devices_.hold = go_on.get_future();
+    reset_.Send(IoctlWord::Write, NodeClient::AddressOf("1"), 1);
+    EXPECT_EQ(IoctlWord::Ask, reset_.Answer().word);
+    reset_.SendMemory(NodeClient::AddressOf("1"), 1);
+    ASSERT_TRUE(Happens(&devices_.is_held));
+    std::ofstream(folder_.Path("dev/gpio/HD_DAB2Reset")) << "0\n";
+    const std::ptrdiff_t before = CountDescriptors();
+    std::future<void> shut = std::async(std::launch::async, [this] { nodes_.Shut(); });
+    // The nodes are told that it is the end while they are held, so they cannot miss it.
+    while (CountDescriptors() == before) {
+        std::this_thread::yield();
+    }
+    go_on.set_value();
+    shut.get();
+    EXPECT_EQ("10", devices_.levels);
+}
+
 TEST_F(SimNodes, FailWhereTheLibraryIsOfAnotherVersion) {
     bus_.Send(static_cast<IoctlWord>(9), 0, 0);
-    failed_.get_future().wait();
+    ASSERT_TRUE(Happens(&failed_));
     EXPECT_TRUE(bus_.SeesTheEnd());
     EXPECT_TRUE(reset_.SeesTheEnd());
     try {

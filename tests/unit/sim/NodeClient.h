@@ -6,8 +6,10 @@
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -68,6 +70,10 @@ class NodeClient {
             0) {
             throw std::runtime_error("no connection to " + path);
         }
+        // An answer that does not come is no answer.
+        timeval patience = {};
+        patience.tv_sec = 20;
+        setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
 
     static unsigned long AddressOf(const void* bytes) {
@@ -130,7 +136,8 @@ class NodeClient {
 
     bool SeesTheEnd() {
         char byte;
-        return recv(socket_.Get(), &byte, 1, 0) <= 0;
+        const ssize_t size = recv(socket_.Get(), &byte, 1, 0);
+        return size == 0 || (size < 0 && errno == ECONNRESET);
     }
 
   private:
