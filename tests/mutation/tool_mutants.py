@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Breaks a copy of the simulator and the tools in one place after the other and runs their suites.
 
-Each block of sim.txt and tools.txt is a breakage. One that no suite notices survives, and the status
-is 1. The copy and its build are below build/mutants.
+Each block of sim.txt and tools.txt is a breakage. One that no suite notices, or only by not coming to
+its end, survives, and the status is 1. The copy and its build are below build/mutants.
 """
 
 import argparse
@@ -13,12 +13,18 @@ import shutil
 import signal
 import subprocess
 import sys
+import time
 
 HERE = pathlib.Path(__file__).parent
 ROOT = HERE.resolve().parents[1]
 TREE = ROOT / "build" / "mutants" / "tools"
 BUILD = TREE / "build" / "release"
-SUITE_SECONDS = 60  # a broken program may loop for ever
+# A broken program may loop for ever: this long, or so many times as long as without a breakage.
+SUITE_SECONDS = 60
+SUITE_TIMES = 4
+HUNG = 124
+
+PROGRAMS = ["bbp_programs", "bus_client"]
 
 # Of each set the suites that are quick, and those that run whole programs in real time.
 SETS = {
@@ -56,7 +62,7 @@ def read_mutants():
 
 
 def run(command, seconds=None):
-    """The status of the command; 124 when it took too long, and what it has started is ended."""
+    """The status of the command; HUNG when it took too long, and what it has started is ended."""
     # One test that notices is enough.
     variables = {**os.environ, "GTEST_FAIL_FAST": "1"}
     with subprocess.Popen(command, cwd=TREE, env=variables, stdout=subprocess.DEVNULL,
@@ -65,7 +71,7 @@ def run(command, seconds=None):
             return process.wait(seconds)
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, signal.SIGKILL)
-            return 124
+            return HUNG
 
 
 def build(targets):
@@ -84,26 +90,52 @@ def prepare():
                    stdout=subprocess.DEVNULL, check=True)
 
 
-def quick_see(suites):
-    return any(run([str(BUILD / "tests" / "bin" / suite)], SUITE_SECONDS) != 0 for suite in suites)
+def program(suite):
+    return [str(BUILD / "tests" / "bin" / suite)]
 
 
-def slow_see(suites):
-    if not build([*suites, "bbp_programs", "bus_client"]):
-        return True
-    return quick_see(suites)
+def measure():
+    """The seconds that each suite may take. It must be green without a breakage."""
+    limits = {}
+    for quick, slow in SETS.values():
+        if not build([*quick, *slow, *PROGRAMS]):
+            sys.exit("the suites cannot be built")
+        for suite in [*quick, *slow]:
+            begin = time.monotonic()
+            if run(program(suite)) != 0:
+                sys.exit(f"{suite} is red without any breakage")
+            limits[suite] = max(SUITE_SECONDS, SUITE_TIMES * (time.monotonic() - begin))
+    return limits
 
 
-def judge(mutant):
-    """Who notices: "quick", "slow", "compiler" or nobody."""
+def see(suites, limits):
+    """Whether one of the suites fails: "yes", "no", or "hung" where one only does not end."""
+    answer = "no"
+    for suite in suites:
+        status = run(program(suite), limits[suite])
+        if status not in (0, HUNG):
+            return "yes"
+        if status == HUNG:
+            answer = "hung"
+    return answer
+
+
+def judge(mutant, limits):
+    """Who notices: "quick", "slow", "compiler", nobody; or it is "hung"."""
     quick, slow = SETS[mutant.kind]
     mutant.apply()
     try:
         if not build(quick):
             return "compiler"
-        if quick_see(quick):
+        seen = see(quick, limits)
+        if seen == "yes":
             return "quick"
-        return "slow" if slow_see(slow) else "nobody"
+        if not build([*slow, *PROGRAMS]):
+            return "compiler"
+        seen_late = see(slow, limits)
+        if seen_late == "yes":
+            return "slow"
+        return "hung" if "hung" in (seen, seen_late) else "nobody"
     finally:
         mutant.undo()
 
@@ -118,15 +150,13 @@ def main():
     for name in stale:
         print(f"stale: {name}")
     prepare()
-    for quick, slow in SETS.values():
-        if not build(quick) or quick_see(quick) or slow_see(slow):
-            sys.exit("the suites are red without any breakage")
+    limits = measure()
     seen = {}
     for mutant in chosen:
         if not mutant.is_stale():
-            seen[mutant.name] = judge(mutant)
+            seen[mutant.name] = judge(mutant, limits)
             print(f"{mutant.kind:5} {mutant.name:66} {seen[mutant.name]}", flush=True)
-    survivors = [name for name, who in seen.items() if who in ("nobody", "compiler")]
+    survivors = [name for name, who in seen.items() if who not in ("quick", "slow")]
     print(f"{len(seen)} breakages, {len(stale)} stale, {len(survivors)} survive: "
           f"{', '.join(survivors) or 'none'}")
     return 1 if survivors or stale else 0
