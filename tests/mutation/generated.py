@@ -32,6 +32,7 @@ MEMORY = 4 << 30
 # A mutant may wait for what never comes; a busy machine must not look like that.
 WALL_SECONDS = 300
 SURVIVING_PERCENT = 1.0
+LINK_SECONDS = 0.3  # about what it takes to link a test
 # As with the sanitizers, a test sees an index behind the end of an array.
 BOUNDS = "-fsanitize=bounds -fsanitize-undefined-trap-on-error"
 # What nearly every source reads first, read once.
@@ -172,12 +173,16 @@ class Workshop:
             return False
 
     def red_test(self, file):
-        """A test that fails, None when all pass. What is quick and saw much before is asked first.
+        """A test that fails, None when all pass. What is quick and saw much before is asked first,
+        at the beginning what has the name of the file's folder.
 
         "invalid" when a test cannot be linked.
         """
-        seen = self.seen.setdefault(file, {test: 0.1 for test in self.tests})
-        for test in sorted(self.tests, key=lambda name: -seen[name] / self.seconds[name]):
+        folder = file.partition("/")[0]
+        seen = self.seen.setdefault(
+            file, {test: 1.0 if folder in test else 0.1 for test in self.tests})
+        for test in sorted(self.tests,
+                           key=lambda name: -seen[name] / (self.seconds[name] + LINK_SECONDS)):
             if not self.links(test):
                 return "invalid"
             if not self.is_green(test):
