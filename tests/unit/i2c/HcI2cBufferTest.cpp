@@ -74,6 +74,16 @@ TEST_F(HcI2cBufferObject, HeaderCarriesTheSevenBitAddressAndItsFormat) {
     }
 }
 
+TEST_F(HcI2cBufferObject, HeaderCarriesALengthOf32Bits) {
+    HcI2cBuffer chunk(&bus_, 0x2E, 't');
+
+    chunk.SetLength(0x12345678);
+
+    EXPECT_EQ(Header(chunk),
+              (Bytes{0x17, 0, 0, 0, 2, 0, 0, 0, 0x78, 0x56, 0x34, 0x12, 0, 0, 0, 0}));
+    EXPECT_EQ(chunk.GetLength(), 0x12345678);
+}
+
 TEST_F(HcI2cBufferObject, HoldsItsFieldsInThisOrderAndNothingElse) {
     const HcI2cBuffer chunk(&bus_, 0x2E, 't');
 
