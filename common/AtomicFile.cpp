@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
 
 #include "common/Failure.h"
 #include "common/Pipe.h"
@@ -71,8 +70,7 @@ AtomicFile::AtomicFile(const std::string& path) {
 
 AtomicFile::~AtomicFile() {
     if (!committed_ && unlink(temporary_.c_str()) != 0 && errno != ENOENT) {
-        std::fprintf(stderr, "%s cannot be removed: %s\n", temporary_.c_str(),
-                     std::generic_category().message(errno).c_str());
+        Warn(ErrnoFailure(temporary_ + " cannot be removed", errno).what());
     }
 }
 
@@ -125,8 +123,7 @@ void AtomicFile::Commit() {
     // The new file is there and complete; only a loss of power soon could bring the old one back.
     // A file system that cannot synchronise a folder says EINVAL.
     if (fsync(folder.Get()) != 0 && errno != EINVAL) {
-        std::fprintf(stderr, "%s is replaced, but perhaps not on the disk yet: %s\n",
-                     target_.c_str(), std::generic_category().message(errno).c_str());
+        Warn(ErrnoFailure(target_ + " is replaced, but perhaps not on the disk yet", errno).what());
     }
 }
 

@@ -33,6 +33,9 @@ class Failure : public std::runtime_error {
 // "what: the error in words", such as "opening the log x: Permission denied".
 Failure ErrnoFailure(const std::string& what, int error, std::optional<int> status = std::nullopt);
 
+// Prints to standard error, as RunProgram does, what is wrong though the program goes on.
+void Warn(const std::string& text);
+
 // What a program's main is: runs `body` and returns its result. What it throws is printed to
 // standard error as "program: reason"; the result is then the Failure's status, or `usual_status`.
 // The ends of children can be waited for, even if whoever started the program ignores them.

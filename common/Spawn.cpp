@@ -237,7 +237,7 @@ pid_t Fork(const std::function<int()>& body) {
         try {
             status = body();
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "%s\n", error.what());
+            Warn(error.what());
         }
         _exit(status);
     }

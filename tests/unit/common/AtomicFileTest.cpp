@@ -149,13 +149,14 @@ TEST_F(AtomicFileTest, SaysWhatWentWrongLast) {
 TEST_F(AtomicFileTest, NamesWhatItCannotRemove) {
     std::string temporary;
     testing::internal::CaptureStderr();
-    {
+    common::RunProgram("program", 1, [&] {
         const AtomicFile file(folder_.Path("image.bin"));
         temporary = file.TemporaryPath();
         std::filesystem::remove(temporary);
         std::filesystem::create_directory(temporary);
-    }
-    EXPECT_EQ(temporary + " cannot be removed: Is a directory\n",
+        return 0;
+    });
+    EXPECT_EQ("program: " + temporary + " cannot be removed: Is a directory\n",
               testing::internal::GetCapturedStderr());
 }
 

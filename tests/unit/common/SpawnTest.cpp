@@ -229,7 +229,12 @@ TEST(Spawn, EndsWhenItsTimeIsUp) {
 
 TEST(Fork, EndsWithTheResult) {
     EXPECT_EQ(WaitForEnd(Fork([] { return 7; })), 7);
-    EXPECT_EQ(WaitForEnd(Fork([]() -> int { throw Failure("as the test wants"); })), 125);
+    testing::internal::CaptureStderr();
+    const auto fork_and_fail = [] {
+        return WaitForEnd(Fork([]() -> int { throw Failure("as the test wants"); }));
+    };
+    EXPECT_EQ(common::RunProgram("program", 1, fork_and_fail), 125);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "program: as the test wants\n");
 }
 
 TEST(WaitForEnd, FailsWithoutAChild) {
