@@ -64,11 +64,11 @@ function(bbp_plain_target target)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
-# bbp_read_headers_once(): the compiler reads the standard library once for all libraries of bbp_target:
-# it is more than half of what a source costs. Who builds without tests builds too little for that to
-# pay. The preset clang goes without, and finds what a source of these libraries does not include.
+# bbp_read_headers_once(): gcc reads the standard library once for all libraries of bbp_target: it is
+# more than half of what a source costs. Who builds without tests builds too little for that to pay.
+# clang goes without, and finds what a source of these libraries does not include.
 function(bbp_read_headers_once)
-    if(NOT BBP_TESTS)
+    if(NOT BBP_TESTS OR NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         return()
     endif()
     file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/headers.cpp" CONTENT "")

@@ -24,7 +24,7 @@ if [[ "${1-}" == --full ]]; then
     # Not where npm is another package's.
     command -v npm >/dev/null || need npm
     leave_out=short
-    presets=(release asan clang coverage armhf fuzz)
+    presets=(release asan coverage armhf fuzz)
     for preset in "${presets[@]}"; do
         build_preset "$preset"
     done
@@ -33,11 +33,11 @@ if [[ "${1-}" == --full ]]; then
 fi
 
 takes_nothing "$@"
-need build lint
+need build lint sanitizers
 leave_out=full
 build_preset release bbp_programs bbp_short_tests
 build_preset asan bbp_short_tests
-say "left out, and run by ./dev test --full: clang, clang-tidy, coverage, 32-bit ARM," \
+say "left out, and run by ./dev test --full: clang-tidy, coverage, 32-bit ARM," \
     "fuzzing, the decoders, reproducibility, packages, engines, most fault runs, the rest under" \
     "the sanitizers"
 test_presets release asan
