@@ -110,6 +110,12 @@ class PageTest(unittest.TestCase):
         found = FUZZ + "SUMMARY: libFuzzer: timeout\n"
         self.assertIn("has a finding", self.make("fuzz", ("fuzz-watch.log", found)))
         self.assertIn("not come to its end", self.make("fuzz", ("fuzz-watch.log", FUZZ[:50])))
+        # Somebody had it end in order, before its time.
+        ended = FUZZ.replace("Done 1234567 runs in 601 second(s)",
+                             "==7== INFO: libFuzzer: exiting as requested")
+        self.assertIn("| `watch` | 1,234,567 | 10 |", self.make("fuzz", ("fuzz-watch.log", ended)))
+        self.assertIn("not come to its end",
+                      self.make("fuzz", ("fuzz-watch.log", ended.replace("INFO", "interrupted"))))
 
     def test_kernel(self):
         page = self.make("kernel", ("kernel.log", KERNEL))
