@@ -56,6 +56,9 @@ extern const std::array<ActionName, ACTIONS> ACTION_NAMES;
 constexpr char AFTER[] = "after";  // a transfer, instead of a byte's position
 constexpr char REPLY[] = "reply";  // of a write, before the action
 
+// What stands between words.
+constexpr char BLANKS[] = " \t\r\v\f";
+
 }  // namespace sim
 
 #endif

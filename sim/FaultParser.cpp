@@ -17,8 +17,6 @@ constexpr unsigned HALF_WAY = 50;
 constexpr unsigned LARGEST_ERRNO = 133;
 constexpr unsigned LONGEST_START = 3600000;
 
-const char BLANKS[] = " \t\r\v\f";
-
 struct Word {
     std::size_t position = 0;
     std::string text;

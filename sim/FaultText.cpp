@@ -11,8 +11,6 @@ namespace sim {
 
 namespace {
 
-const char BLANKS[] = " \t\r\v\f";
-
 const char* ArgumentText(Argument argument) {
     switch (argument) {
         case Argument::Errno:

@@ -18,7 +18,7 @@ namespace sim {
 namespace {
 
 constexpr std::chrono::milliseconds REST(20);
-const char WHAT[] = "serving the simulated devices";
+const char SERVING[] = "serving the simulated devices";
 
 pollfd Watch(int descriptor, short events) {
     pollfd watched = {};
@@ -38,7 +38,7 @@ void Wait(std::vector<pollfd>* watched, std::optional<DeviceHandler::Clock::time
     }
     if (ppoll(watched->data(), watched->size(), deadline ? &time : nullptr, nullptr) < 0) {
         if (errno != EINTR) {
-            throw common::ErrnoFailure(WHAT, errno);
+            throw common::ErrnoFailure(SERVING, errno);
         }
         for (pollfd& each : *watched) {
             each.revents = 0;
@@ -214,7 +214,7 @@ void IoctlServer::Accept(const Listener& listener) {
     } else if (IsFull(errno)) {
         closed_until_ = Clock::now() + REST;
     } else if (!HasGoneOrWaits(errno)) {
-        throw common::ErrnoFailure(WHAT, errno);
+        throw common::ErrnoFailure(SERVING, errno);
     }
 }
 

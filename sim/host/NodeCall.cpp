@@ -76,9 +76,9 @@ class Functions : public NodeCall {
 };
 
 // I2C_RDWR: some messages, to all of which the program's buffers are copied first, as i2c-dev does.
-class Transfer : public NodeCall {
+class BusTransfer : public NodeCall {
   public:
-    explicit Transfer(unsigned long argument) : argument_(argument) {}
+    explicit BusTransfer(unsigned long argument) : argument_(argument) {}
 
     std::vector<MemoryPiece> Need() override {
         switch (stage_) {
@@ -189,7 +189,7 @@ class LevelWrite : public NodeCall {
 
 std::unique_ptr<NodeCall> MakeIoctl(Node node, unsigned long number, unsigned long argument) {
     if (node == Node::Bus && number == I2C_RDWR) {
-        return std::make_unique<Transfer>(argument);
+        return std::make_unique<BusTransfer>(argument);
     }
     if (node == Node::Bus && number == I2C_FUNCS) {
         return std::make_unique<Functions>(argument);

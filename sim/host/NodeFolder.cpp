@@ -50,12 +50,12 @@ const Entry LINKS[] = {
     {"/sys/bus/gpio/devices/HD_DAB2Reset", "../../../devices/platform/gpio/HD_DAB2Reset"},
 };
 
-const char WHAT[] = "making the device nodes";
+const char MAKING[] = "making the device nodes";
 
 void MakeFile(const std::string& path, const char* content) {
     const common::UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!file) {
-        throw common::ErrnoFailure(WHAT, errno);
+        throw common::ErrnoFailure(MAKING, errno);
     }
     common::WriteAll(file.Get(), content, path);
 }
@@ -74,7 +74,7 @@ void MakeNodeFolder(const std::string& folder) {
             std::filesystem::create_symlink(link.content, folder + link.path);
         }
     } catch (const std::filesystem::filesystem_error& error) {
-        throw common::ErrnoFailure(WHAT, error.code().value());
+        throw common::ErrnoFailure(MAKING, error.code().value());
     }
 }
 

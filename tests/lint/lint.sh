@@ -160,6 +160,18 @@ tidy() {
     rm -r "$commands"
 }
 
+# tidy for a folder of programs. The checks read the C++ library again for each source: they are shown a
+# folder's sources as one. The analyzer, and the checks that look at no included file, are shown each;
+# it follows fewer paths than through the core, and takes a third of the time.
+check_tidy_programs() {
+    local each='clang-analyzer-*,bugprone-suspicious-include,misc-unused-*'
+    each+=',readability-duplicate-include,readability-redundant-preprocessor'
+    tidy "-checks=-clang-analyzer-*,-bugprone-suspicious-include" \
+        "^$root/build/together/$1(-[a-z]+)*\.cxx\$"
+    tidy "-checks=-*,$each" -extra-arg=-Xclang -extra-arg=-analyzer-config -extra-arg=-Xclang \
+        -extra-arg=max-nodes=60000 "^$root/$1/"
+}
+
 # As tidy, for the names and lengths alone: the rest would take minutes where GoogleTest is included.
 # CMake compiles a test program's sources as one, and so they are read here.
 check_naming() {
@@ -191,7 +203,8 @@ check_scripts() {
 
 case "$check" in
     tidy-changed) check_tidy_changed ;;
-    tidy-*) tidy "^$root/${check#tidy-}/" ;;
+    tidy-src) tidy "^$root/src/" ;;
+    tidy-*) check_tidy_programs "${check#tidy-}" ;;
     naming-*) check_naming "${check#naming-}" ;;
     *) "check_${check}" ;;
 esac

@@ -24,7 +24,7 @@ make_tree() {
     printf 'BasedOnStyle: Google\nIndentWidth: 4\n' >>.clang-format
     printf 'AllowShortFunctionsOnASingleLine: None\n' >>.clang-format
     printf "# SPDX-License-Identifier: Apache-2.0\nChecks: '-*,bugprone-*'\n" >.clang-tidy
-    printf "WarningsAsErrors: '*'\nHeaderFilterRegex: '/tests/'\nCheckOptions:\n" >>.clang-tidy
+    printf "WarningsAsErrors: '*'\nHeaderFilterRegex: '/(tests|tools)/'\nCheckOptions:\n" >>.clang-tidy
     printf '  - { key: %s, value: CamelCase }\n' readability-identifier-naming.FunctionCase >>.clang-tidy
     # Two sources that CMake compiles as one, and one that another build compiles.
     mkdir -p tests/unit tests/fuzz build/release/tests
@@ -32,9 +32,16 @@ make_tree() {
         printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' "int ${name#*/}() {" '    return 1;' \
             '}' >"tests/$name.cpp"
     done
+    mkdir tools
+    for name in D E; do
+        printf '%s\n' '// SPDX-License-Identifier: Apache-2.0' "int $name() {" '    return 1;' '}' \
+            >"tools/$name.cpp"
+    done
     printf '#include "%s/tests/unit/%s.cpp"\n' "$PWD" A "$PWD" B >build/release/tests/one.cxx
     printf '[{"directory": "%s", "file": "%s", "command": "g++ -std=c++11 -I src -c %s"},\n' \
         "$PWD" src/lm/a.cpp src/lm/a.cpp >build/release/compile_commands.json
+    printf '{"directory": "%s", "file": "tools/%s.cpp", "command": "g++ -c tools/%s.cpp"},\n' \
+        "$PWD" D D "$PWD" E E >>build/release/compile_commands.json
     printf '{"directory": "%s", "file": "%s", "command": "g++ -c %s"}]\n' "$PWD" \
         "$PWD/build/release/tests/one.cxx" "$PWD/build/release/tests/one.cxx" \
         >>build/release/compile_commands.json
@@ -78,6 +85,9 @@ catches paths 'pwd >>build/release/bin/bbpflash'
 catches paths 'rm build/release/bin/bbpflash'
 catches scripts 'echo "cd folder" >>run'
 catches tidy-src 'echo "int b(int* c) { return sizeof(c) / sizeof(c[0]); }" >>src/lm/a.cpp'
+catches tidy-tools 'echo "int F(int* c) { return sizeof(c) / sizeof(c[0]); }" >>tools/E.cpp'
+catches tidy-tools 'echo "int F(int* c) { return c == nullptr ? *c : 0; }" >>tools/E.cpp'
+catches tidy-tools 'echo "int F(" >>tools/E.cpp'
 catches naming-tests 'sed -i "s/int B/int bad_name/" tests/unit/B.cpp'
 catches naming-tests 'sed -i "s/int C/int bad_name/" tests/fuzz/C.cpp'
 catches naming-tests 'echo "int b(" >>tests/unit/A.cpp'

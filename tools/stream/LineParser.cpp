@@ -47,10 +47,6 @@ constexpr std::string_view DUMP_BEGINNINGS[] = {
     "I2C message chunk, addr[0]=0x",
 };
 
-bool StartsWith(std::string_view text, std::string_view beginning) {
-    return text.substr(0, beginning.size()) == beginning;
-}
-
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }

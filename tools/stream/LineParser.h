@@ -9,6 +9,10 @@
 
 namespace tools {
 
+constexpr bool StartsWith(std::string_view text, std::string_view beginning) {
+    return text.substr(0, beginning.size()) == beginning;
+}
+
 // A line taken for itself. The views look into the text that was parsed.
 struct Line {
     bbpflash_line kind = BBPFLASH_LINE_UNKNOWN;

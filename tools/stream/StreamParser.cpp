@@ -50,10 +50,6 @@ constexpr std::string_view REFUSALS[] = {
 // All that a run without an argument says, with status 1.
 constexpr std::string_view HINT = "Please try \"use bbpflash\"";
 
-bool StartsWith(std::string_view text, std::string_view beginning) {
-    return text.substr(0, beginning.size()) == beginning;
-}
-
 }  // namespace
 
 StreamParser::StreamParser(bbpflash_mode mode, Handler handler)

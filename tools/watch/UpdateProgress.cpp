@@ -7,8 +7,6 @@ namespace tools {
 
 namespace {
 
-constexpr int LAST_OF_DOWNLOAD = 80;
-
 // What the phases take: the reset's fixed waits and the version query, and the chip's usual times.
 constexpr Milliseconds RESET_TIME(3250);
 constexpr Milliseconds BURN_TIME(500);  // until the chip's first status is read

@@ -11,6 +11,9 @@ namespace tools {
 
 using Milliseconds = std::chrono::milliseconds;
 
+// The percentage that ends the download; the burn comes behind it.
+constexpr int LAST_OF_DOWNLOAD = 80;
+
 // Where an update is at a moment.
 struct Progress {
     bbpflash_phase phase = BBPFLASH_PHASE_RESET;

@@ -4,12 +4,12 @@
 #include <charconv>
 
 #include "common/Text.h"
+#include "tools/watch/UpdateProgress.h"
 
 namespace tools {
 
 namespace {
 
-constexpr int LAST_OF_DOWNLOAD = 80;
 constexpr int LAST_SAFE_PERCENT = 78;
 
 constexpr std::string_view BANNER = "HD tuner firmware updater";
