@@ -65,10 +65,11 @@ function(bbp_plain_target target)
 endfunction()
 
 # bbp_read_headers_once(): gcc reads the standard library once for all libraries of bbp_target: it is
-# more than half of what a source costs. Who builds without tests builds too little for that to pay.
-# clang goes without, and finds what a source of these libraries does not include.
+# more than half of what a source costs. A build for another system without tests goes without: that
+# system needs no header but those that the sources include. clang goes without, too, and finds what a
+# source of these libraries does not include.
 function(bbp_read_headers_once)
-    if(NOT BBP_TESTS OR NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR (CMAKE_CROSSCOMPILING AND NOT BBP_TESTS))
         return()
     endif()
     file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/headers.cpp" CONTENT "")
