@@ -7,10 +7,12 @@ A source that CMake compiles together with others is in a source that it has mad
 each folder of the programs can be read as one, too, such a source of it is made, with a command, in
 FOLDER/build/together."""
 import json
+import os
 import pathlib
 import re
 import shlex
 import sys
+import tempfile
 
 # Compiled for the target alone, with stand-ins for its headers.
 STAND_INS = "tests/build/qnx"
@@ -42,7 +44,10 @@ def together(root, commands):
     made.mkdir(parents=True, exist_ok=True)
     for folder, members in folders.items():
         one = made / f"{'-'.join(folder.parts)}.cxx"
-        one.write_text("".join(f'#include "{source}"\n' for source in sorted(members)))
+        # Several checks do this at a time: nobody must read a half of it.
+        with tempfile.NamedTemporaryFile("w", dir=made, delete=False) as new:
+            new.writelines(f'#include "{source}"\n' for source in sorted(members))
+        os.replace(new.name, one)
         words = [word for command in members.values() for word in words_of(command)
                  if word.startswith(("-D", "-I", "-std="))]
         yield {"directory": str(root), "file": str(one),
