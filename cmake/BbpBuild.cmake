@@ -64,12 +64,12 @@ function(bbp_plain_target target)
     target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}")
 endfunction()
 
-# bbp_read_headers_once(): gcc reads the standard library once for all libraries of bbp_target: it is
-# more than half of what a source costs. A build for another system without tests goes without: that
-# system needs no header but those that the sources include. clang goes without, too, and finds what a
+# bbp_read_headers_once(): the compiler reads the standard library once for all libraries of bbp_target:
+# it is half of what a source costs. A build for another system without tests goes without: that system
+# needs no header but those that the sources include. clang-tidy goes without, too, and finds what a
 # source of these libraries does not include.
 function(bbp_read_headers_once)
-    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR (CMAKE_CROSSCOMPILING AND NOT BBP_TESTS))
+    if(CMAKE_CROSSCOMPILING AND NOT BBP_TESTS)
         return()
     endif()
     file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/headers.cpp" CONTENT "")

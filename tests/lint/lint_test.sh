@@ -40,8 +40,11 @@ make_tree() {
     printf '#include "%s/tests/unit/%s.cpp"\n' "$PWD" A "$PWD" B >build/release/tests/one.cxx
     printf '[{"directory": "%s", "file": "%s", "command": "g++ -std=c++11 -I src -c %s"},\n' \
         "$PWD" src/lm/a.cpp src/lm/a.cpp >build/release/compile_commands.json
-    printf '{"directory": "%s", "file": "tools/%s.cpp", "command": "g++ -c tools/%s.cpp"},\n' \
-        "$PWD" D D "$PWD" E E >>build/release/compile_commands.json
+    # With a header that gcc has read before: clang-tidy does without.
+    echo '#include <string>' >build/release/cmake_pch.hxx
+    pch="-Winvalid-pch -include $PWD/build/release/cmake_pch.hxx"
+    printf '{"directory": "%s", "file": "tools/%s.cpp", "command": "g++ %s -c tools/%s.cpp"},\n' \
+        "$PWD" D "$pch" D "$PWD" E "$pch" E >>build/release/compile_commands.json
     printf '{"directory": "%s", "file": "%s", "command": "g++ -c %s"}]\n' "$PWD" \
         "$PWD/build/release/tests/one.cxx" "$PWD/build/release/tests/one.cxx" \
         >>build/release/compile_commands.json
@@ -88,6 +91,7 @@ catches tidy-src 'echo "int b(int* c) { return sizeof(c) / sizeof(c[0]); }" >>sr
 catches tidy-tools 'echo "int F(int* c) { return sizeof(c) / sizeof(c[0]); }" >>tools/E.cpp'
 catches tidy-tools 'echo "int F(int* c) { return c == nullptr ? *c : 0; }" >>tools/E.cpp'
 catches tidy-tools 'echo "int F(" >>tools/E.cpp'
+catches tidy-tools 'echo "#include <string>" >>tools/D.cpp; echo "std::string F();" >>tools/E.cpp'
 catches naming-tests 'sed -i "s/int B/int bad_name/" tests/unit/B.cpp'
 catches naming-tests 'sed -i "s/int C/int bad_name/" tests/fuzz/C.cpp'
 catches naming-tests 'echo "int b(" >>tests/unit/A.cpp'
