@@ -9,8 +9,8 @@ source_folder=$(cd "$(dirname "$0")/../.." && pwd)
 build=$1
 bus_client=$2
 
-cmake -S "$source_folder" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_CXX_FLAGS_RELEASE='-O1 -g1' -DCMAKE_CXX_FLAGS=-fsanitize=thread \
+cmake -S "$source_folder" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_CXX_FLAGS_DEBUG='-O1 -g1' -DCMAKE_CXX_FLAGS=-fsanitize=thread \
     -DBBP_PRESET=threads -DBBP_TOOLS=OFF -DBBP_WERROR=OFF
 cmake --build "$build" --parallel 2 --target bbpsim unit_sim_host
 
