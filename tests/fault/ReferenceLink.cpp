@@ -25,11 +25,12 @@ unsigned Half(std::string_view bytes, std::size_t at) {
 // The sum of a message's bytes up to the last that its length field counts, where there are any.
 std::uint8_t SumOf(std::string_view message) {
     const unsigned length = Half(message, 4);
-    std::uint8_t sum = 0;
-    for (std::size_t i = 0; i + 1 < length && i < message.size(); ++i) {
-        sum = static_cast<std::uint8_t>(sum + At(message, i));
+    const std::size_t summed = std::min<std::size_t>(length == 0 ? 0 : length - 1, message.size());
+    unsigned sum = 0;
+    for (std::size_t i = 0; i < summed; ++i) {
+        sum += At(message, i);
     }
-    return sum;
+    return static_cast<std::uint8_t>(sum);
 }
 
 // Rows of 16 in hexadecimal.
@@ -68,7 +69,7 @@ void ReferenceLink::Start(std::uint8_t opcode, int size, int segments, int segme
 }
 
 void ReferenceLink::Add(std::string_view bytes) {
-    std::copy(bytes.begin(), bytes.end(), message_.begin() + size_);
+    std::memcpy(message_.data() + size_, bytes.data(), bytes.size());
     size_ += static_cast<int>(bytes.size());
 }
 

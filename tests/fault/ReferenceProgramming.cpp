@@ -105,7 +105,8 @@ bool ReferenceUpdate::SendSegment(bool* at_end) {
         t_.Say(Level::Error, CHIP, "filling");
         return false;
     }
-    facts_.image.insert(facts_.image.end(), bytes.begin(), bytes.end());
+    const auto* const data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    facts_.image.insert(facts_.image.end(), data, data + bytes.size());
     link_.Add(bytes);
     if (!link_.Exchange(750, "confirming BIN write")) {
         return false;
