@@ -6,6 +6,7 @@
 
 #include "lm/HcLogical.h"
 #include "tests/tools/TemporaryFolder.h"
+#include "tools/image/ImageContent.h"
 #include "tools/image/ImageInspector.h"
 #include "tools/image/ImageWriter.h"
 #include "tools/image/LabelField.h"
@@ -176,6 +177,30 @@ TEST_F(ImageInspector, ShowsBlanksAndControlCharactersInItsText) {
     const std::string text = tools::ToText(InspectField("1\t\x01\\\xE9\n__" + Blanks(29)));
     EXPECT_NE(std::string::npos, text.find(R"("1\t\x01\\\xe9\n" [6])")) << text;
     EXPECT_NE(std::string::npos, text.find("__\xE2\x90\xA3\xE2\x90\xA3")) << text;
+}
+
+// The longest run of blank bytes in these blocks, as "begin+size:byte".
+std::string LongestBlank(std::initializer_list<std::string> blocks) {
+    tools::ImageContent content;
+    for (const std::string& block : blocks) {
+        content.Take(block.data(), block.size());
+    }
+    const tools::ByteRun& run = content.LongestBlank();
+    return std::to_string(run.begin) + "+" + std::to_string(run.size) + ":" +
+           std::to_string(run.byte);
+}
+
+TEST(ImageContent, FindsTheLongestRunOfBlankBytes) {
+    const std::string zero(1, '\0');
+    const std::string one = "\xFF";
+    EXPECT_EQ("0+0:0", LongestBlank({}));
+    EXPECT_EQ("0+0:0", LongestBlank({"", "aa", "\x01\xFE"}));
+    EXPECT_EQ("3+2:255", LongestBlank({zero + "a" + zero + one + one + "a"}));
+    EXPECT_EQ("1+2:0", LongestBlank({one + zero + zero + one}));
+    // Across blocks, and not across what is between.
+    EXPECT_EQ("1+4:255", LongestBlank({"a" + one, one + one, "", one}));
+    EXPECT_EQ("1+1:0", LongestBlank({"a" + zero, "a" + zero, one}));
+    EXPECT_EQ("2+2:255", LongestBlank({"a" + zero, one, one}));
 }
 
 }  // namespace

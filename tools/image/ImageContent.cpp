@@ -22,17 +22,21 @@ void ImageContent::TakeField(const char* bytes, std::size_t size) {
 }
 
 void ImageContent::TakeRuns(const char* bytes, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i) {
-        const auto byte = static_cast<unsigned char>(bytes[i]);
-        if (current_.size > 0 && byte == current_.byte) {
-            ++current_.size;
-        } else if (byte == 0x00 || byte == 0xFF) {
-            current_.begin = size_ + i;
-            current_.size = 1;
-            current_.byte = byte;
-        } else {
+    const char* const end = bytes + size;
+    for (const char* at = bytes; at != end;) {
+        const char* const begin = at;
+        const auto byte = static_cast<unsigned char>(*at++);
+        if (byte != 0x00 && byte != 0xFF) {
             current_.size = 0;
+            continue;
         }
+        at = std::find_if(at, end, [begin](char next) { return next != *begin; });
+        if (current_.size == 0 || byte != current_.byte) {
+            current_.begin = size_ + static_cast<std::uint64_t>(begin - bytes);
+            current_.size = 0;
+            current_.byte = byte;
+        }
+        current_.size += static_cast<std::uint64_t>(at - begin);
         if (current_.size > longest_.size) {
             longest_ = current_;
         }
