@@ -194,11 +194,12 @@ TEST_F(TransitionTest, NoMemoryForTheOptionsOrTheMessagesEndsWithStatus255AndNot
 
 TEST_F(TransitionTest, ChipThatNeverCompletesIsPolledWithoutEnd) {
     faults = {{sim::Event::Burn, 1, sim::Action::VerifyFails}};
-    Unit().SetTimeLimit(std::chrono::hours(24));
+    Unit().SetTimeLimit(std::chrono::hours(8));
     Unit().Log().Keep(false);
     Run("-s image.bin");
     EXPECT_EQ("endless", Ending());
-    EXPECT_GT(Seen().polls, 200000U);
+    // More than any counter of 16 bits counts.
+    EXPECT_GT(Seen().polls, 65536U);
 }
 
 TEST_F(TransitionTest, LockThatIsNeverGrantedBlocks) {
