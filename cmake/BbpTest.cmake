@@ -10,6 +10,7 @@ set(BBP_TEST_TIMEOUT 300 CACHE STRING "Seconds after which a test counts as hung
 
 if(CMAKE_CROSSCOMPILING)
     # Debian has GoogleTest's library for the machine that builds only, and its sources for all.
+    # It runs for seconds.
     add_subdirectory(/usr/src/googletest "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
     foreach(target IN ITEMS gtest gtest_main gmock gmock_main)
         target_compile_options(${target} PRIVATE -O0)

@@ -2,6 +2,7 @@
 // The judge judged: it must see what is wrong with a run.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <set>
 
@@ -22,6 +23,14 @@ class EngineTest : public ::testing::Test {
     EngineTest() : unit_(scenario_.Chip()) {
         scenario_.PutFiles(unit_.files);
         result_ = unit_.Run(scenario_.Arguments());
+        facts_.status_mode = true;
+        facts_.passes = 1;
+        facts_.whole_downloads = 1;
+        facts_.version_known = true;
+        facts_.label_known = true;
+        facts_.version = "2.0.0";
+        facts_.label = "2.0.0";
+        facts_.image = scenario_.Image();
     }
 
     using Change = std::function<bool(Call&, std::string&)>;
@@ -62,11 +71,17 @@ class EngineTest : public ::testing::Test {
         });
     }
 
+    // Which promise the run does not keep, when its reader knows `facts_`.
+    std::string Broken() {
+        return Violation(scenario_, Injection{Kind::Bus, 0, {}}, unit_, result_, facts_);
+    }
+
     static bool Remove(Call& /*call*/, std::string& /*data*/) { return false; }
 
     const Scenario scenario_ = Scenario::Of("-s,5000,update");
     virt::VirtualHeadUnit unit_;
     virt::RunResult result_;
+    Facts facts_;
 };
 
 }  // namespace
@@ -132,19 +147,20 @@ TEST_F(EngineTest, RunThatGoesOnAfterAFailureIsSeen) {
 }
 
 TEST_F(EngineTest, FlashThatIsNotTheImageIsSeenAfterASuccess) {
-    Facts facts;
-    facts.status_mode = true;
-    facts.passes = 1;
-    facts.whole_downloads = 1;
-    facts.version_known = true;
-    facts.label_known = true;
-    facts.version = "2.0.0";
-    facts.label = "2.0.0";
-    facts.image = scenario_.Image();
-    const Injection none{Kind::Bus, 0, {}};
-    EXPECT_EQ("", Violation(scenario_, none, unit_, result_, facts));
-    facts.image[77] = static_cast<std::uint8_t>(facts.image[77] + 1);
-    EXPECT_NE("", Violation(scenario_, none, unit_, result_, facts));
+    EXPECT_EQ("", Broken());
+    facts_.image[77] = static_cast<std::uint8_t>(facts_.image[77] + 1);
+    EXPECT_NE("", Broken());
+}
+
+TEST_F(EngineTest, FlashHoldsTheImagesBytesOrErasedOnesAfterAFailure) {
+    result_.outcome = Outcome::SigPipe;
+    EXPECT_EQ("", Broken());
+    const auto erased = std::find(facts_.image.begin(), facts_.image.end(), 0xFF);
+    ASSERT_NE(facts_.image.end(), erased);
+    *erased = 0;
+    EXPECT_EQ("", Broken());
+    facts_.image[77] = static_cast<std::uint8_t>(facts_.image[77] + 1);
+    EXPECT_EQ("the flash holds a byte that is not the image's, at 77", Broken());
 }
 
 TEST(InjectionTest, EachHasAnIdOfItsOwnThatLeadsBackToIt) {
